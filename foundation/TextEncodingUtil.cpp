@@ -92,11 +92,18 @@ unsigned long ConvertToSameEncoding(string* a, string* b) {
   return target;
 }
 
+// The one-entry cache of ConvertEncoding: the last source and its result.
+static string sCachedSource;
+static string sCachedResult;
+
+void ClearConvertEncodingCache() {
+  sCachedSource = string();
+  sCachedResult = string();
+}
+
 string ConvertEncoding(string s, unsigned long tag) {
   if (tag == kEncodingUnknown || s.Storage() == nullptr || s.Encoding() == tag)
     return s;
-  static string sCachedSource;
-  static string sCachedResult;
   if (s.Storage() == sCachedSource.Storage() && sCachedResult.Storage() &&
       sCachedResult.Encoding() == tag)
     return sCachedResult;

@@ -26,6 +26,9 @@ unsigned long CommonEncoding(unsigned long a, unsigned long b, unsigned char all
 unsigned long ConvertToSameEncoding(string* a, string* b);
 // The text of `s` in `tag`; `s` itself when no conversion is possible or needed.
 string ConvertEncoding(string s, unsigned long tag);
+// Drops the records that ConvertEncoding keeps for its one-entry cache, so a
+// leak check can count the small-block bytes of a run exactly.
+void ClearConvertEncodingCache();
 // Returns a record holding a new reference for the caller.
 stringStorage* ConvertTextUnix(stringStorage* s, unsigned long from, unsigned long to);
 void GetEncodingAttributes(unsigned long tag, int& base, int& variant, int& format);
