@@ -223,7 +223,8 @@ public:
 // while (it.Next()) use(it.Value());
 class TacBlockIterator {
 public:
-  explicit TacBlockIterator(TacBlock const* block) : mBlock(block), mCurrent(nullptr) {}
+  explicit TacBlockIterator(TacBlock const* block)
+      : mBlock(block), mCurrent(nullptr), mStarted(false) {}
   // Moves to the first line on the first call, then to the next; false once
   // there is no current line.
   bool Next();
@@ -232,6 +233,8 @@ public:
 private:
   TacBlock const* mBlock;
   TacLine* mCurrent;
+  // Tells "before the first line" from "past the last", where mCurrent is 0 in both.
+  bool mStarted;
 };
 
 // Owns the constants of one compilation. Equal integers share one address,

@@ -164,13 +164,13 @@ public:
 
   // The constant's text, or "Symbol" and the operand's identity.
   string toString() const override;
-  bool IsSymbol() const override { return !addr->IsConstant(); }
-  bool IsConstant() const override { return addr->IsConstant(); }
+  bool IsSymbol() const override;
+  bool IsConstant() const override;
   Ref<SemBase> Clone() const override;
   // A value's type is its operand's; asking to change it is refused.
   void SetType(IRDataType type) override;
-  IRDataType GetType() const override { return addr->type; }
-  IRValue GetValue() const override { return addr->GetValue(); }
+  IRDataType GetType() const override;
+  IRValue GetValue() const override;
   TacAddr const* GetAddr() const override { return addr; }
 
   TacAddr const* addr;
