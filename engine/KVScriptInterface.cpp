@@ -1,0 +1,259 @@
+#include "engine/KVScriptInterface.h"
+
+#include "backend/minilinker.h"
+#include "engine/KVScript.h"
+#include "engine/PluginMain.h"
+#include "foundation/utility.h"
+#include "runtime/RuntimeObjectFoundation.h"
+
+// ---------------------------------------------------------------------------
+// The run-time correspondent
+
+static KvScriptCorrespondent* sCorrespondent = nullptr;
+RuntimeClass* mClassList = nullptr;
+
+void InitKvScriptRuntime() {
+  sCorrespondent = nullptr;
+  mClassList = nullptr;
+}
+
+void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent) {
+  sCorrespondent = correspondent;
+}
+
+KvScriptCorrespondent* GetRuntimeCorrespondent() { return sCorrespondent; }
+
+void ExitKvScriptRuntime() {
+  while (RuntimeClass* c = mClassList) {
+    mClassList = c->mNext;
+    if (c->mName) {
+      stringStorage::RemoveReference(c->mName);
+      c->mName = nullptr;
+    }
+    FreeRuntimeClass(c);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// KvScriptCorrespondent: a listener that ignores everything
+
+void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
+void KvScriptCorrespondent::Print(char const*, unsigned long) {}
+char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) { return nullptr; }
+void KvScriptCorrespondent::ScriptYield() {}
+
+// ---------------------------------------------------------------------------
+// KVScriptInterface
+
+KVScriptInterface::KVScriptInterface()
+    : mSource(nullptr), mRunning(false), mPartial(false), mCode(nullptr), mContext(nullptr) {}
+
+KVScriptInterface::~KVScriptInterface() {
+  delete[] mSource;
+  delete mCode;
+}
+
+void KVScriptInterface::ScriptError(RuntimeErrorCode code, unsigned long line) {
+  RuntimeError(code, line);
+}
+
+// A yield reaches no host code: giving the host's threads time is
+// YieldToOtherThreads' business, and nothing asks for it during a run.
+void KVScriptInterface::ScriptYield() {}
+
+void KVScriptInterface::ForceCompile() {
+  if (mCode) {
+    delete mCode;
+    mCode = nullptr;
+  }
+}
+
+void KVScriptInterface::SetSource(char const* text, unsigned long length) {
+  delete[] mSource;
+  mSource = nullptr;
+  ForceCompile();
+  mSource = new char[length + 2];
+  unsigned long copied = 0;
+  while (copied < length && text && text[copied] != 0) {
+    mSource[copied] = text[copied];
+    ++copied;
+  }
+  for (; copied < length; ++copied) mSource[copied] = 0;
+  // The lexer relies on every line, the last one included, ending in a line feed.
+  mSource[length] = '\n';
+  mSource[length + 1] = 0;
+}
+
+void KVScriptInterface::SetContext(void const* context) {
+  ForceCompile();
+  mContext = context;
+}
+
+void KVScriptInterface::RegisterHostMethod(void* entry, bool hasSelf, char const* declaration) {
+  ForceCompile();
+  HostMethod method;
+  method.entry = entry;
+  method.declaration = string(declaration);
+  method.hasSelf = hasSelf;
+  mHostMethods.push_back(method);
+}
+
+void KVScriptInterface::RegisterHostProperty(void* getter, void* setter, long param,
+                                             char const* declaration) {
+  ForceCompile();
+  HostProperty property;
+  property.getter = getter;
+  property.setter = setter;
+  property.param = param;
+  property.declaration = string(declaration);
+  mHostProperties.push_back(property);
+}
+
+void KVScriptInterface::ClearHostCallbacks() {
+  ForceCompile();
+  mHostMethods.deleteAll();
+  mHostProperties.deleteAll();
+}
+
+void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration*) {}
+
+void KVScriptInterface::Precompile() {
+  if (!mSource || mCode) return;
+  // The compiler driver is not in the engine yet: with nothing to compile
+  // the source to, no image is made and Run executes nothing.
+}
+
+void KVScriptInterface::Run() {
+  mRunning = true;
+  mPartial = false;
+  if (!mCode) Precompile();
+  if (mCode) mCode->Run(this);
+  mRunning = false;
+}
+
+bool KVScriptInterface::PartialRun(unsigned long) {
+  mRunning = true;
+  mPartial = true;
+  mRunning = false;
+  return false;
+}
+
+void KVScriptInterface::CompilerError(CompileErrorCode, unsigned long) {}
+void KVScriptInterface::RuntimeError(RuntimeErrorCode, unsigned long) {}
+void KVScriptInterface::YieldToOtherThreads() {}
+unsigned long KVScriptInterface::GetStackLimit() { return 0; }
+void KVScriptInterface::SetStackLimit(unsigned long) {}
+void KVScriptInterface::InitStackChecker(unsigned long) {}
+
+bool KVScriptInterface::CompilerError(CompileError error) {
+  CompilerError(error.Type(), (unsigned long)error.Location().startLine);
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// KVInterpreter: the correspondent's calls become the owner's events
+
+static constexpr char kCompileErrorMessage[] = "Error found while compiling";
+
+KVInterpreter::~KVInterpreter() = default;
+
+void KVInterpreter::SetOwnerState(long state) {
+  if (mOwner) KvScriptDataOf(mOwner)->State = state;
+}
+
+void KVInterpreter::Run() {
+  StorePreviousFont();
+  SetScriptFont();
+  KVScriptInterface::Run();
+  RestorePreviousFont();
+}
+
+bool KVInterpreter::PartialRun(unsigned long milliseconds) {
+  StorePreviousFont();
+  SetScriptFont();
+  bool finished = KVScriptInterface::PartialRun(milliseconds);
+  RestorePreviousFont();
+  return finished;
+}
+
+static VELDstringStruct* BuildUTF8String(char const* text, unsigned long length) {
+  VELDstringStruct* s = VELDBuildString(text, (int)length);
+  VELDSetStringEncoding(s, kEncodingUTF8);
+  return s;
+}
+
+void KVInterpreter::Print(char const* text, unsigned long length) {
+  auto handler = reinterpret_cast<KvScriptPrintHandler>(
+      VELDGetEventInstance(mOwner, &KvScriptEvents[kKvScriptPrintEvent]));
+  if (!handler) return;
+  VELDstringStruct* message = BuildUTF8String(text, length);
+  handler(mOwner, message);
+  VELDUnlockString(message);
+  // The handler may have changed the font.
+  SetScriptFont();
+}
+
+char* KVInterpreter::Input(char const* prompt, unsigned long length, unsigned long* outLength) {
+  auto handler = reinterpret_cast<KvScriptInputHandler>(
+      VELDGetEventInstance(mOwner, &KvScriptEvents[kKvScriptInputEvent]));
+  if (!handler) {
+    if (outLength) *outLength = 0;
+    return nullptr;
+  }
+  VELDstringStruct* promptString = BuildUTF8String(prompt, length);
+  VELDstringStruct* answer = handler(mOwner, promptString);
+  VELDstringStruct* converted = VELDConvertString(answer, kEncodingUTF8);
+  VELDUnlockString(answer);
+  unsigned long received = (unsigned long)VELDstringStruct::Length(converted);
+  if (outLength) *outLength = received;
+  char* buffer = nullptr;
+  if (received != 0) {
+    buffer = new char[received];
+    umemcpy(buffer, VELDstringStruct::CString(converted), (int)received);
+  }
+  VELDUnlockString(promptString);
+  VELDUnlockString(converted);
+  SetScriptFont();
+  return buffer;
+}
+
+void KVInterpreter::CompilerError(CompileErrorCode code, unsigned long line) {
+  auto handler = reinterpret_cast<KvScriptCompilerErrorHandler>(
+      VELDGetEventInstance(mOwner, &KvScriptEvents[kKvScriptCompilerErrorEvent]));
+  if (handler) {
+    VELDstringStruct* message =
+        VELDBuildString(kCompileErrorMessage, (int)sizeof(kCompileErrorMessage) - 1);
+    handler(mOwner, (long)line, (long)code, message);
+    VELDUnlockString(message);
+  }
+  SetOwnerState(ScriptStateError);
+}
+
+// The host's exception class that stands for a run-time error code.
+static char const* RuntimeErrorClassName(RuntimeErrorCode code) {
+  switch (code) {
+    case kRuntimeErrorStackOverflow:
+    case kRuntimeErrorStackLimit:
+      return "stackOverflowException";
+    case kRuntimeErrorOutOfBounds:
+      return "OutOfBoundsException";
+    default:
+      return "RuntimeException";
+  }
+}
+
+void KVInterpreter::RuntimeError(RuntimeErrorCode code, unsigned long line) {
+  auto handler = reinterpret_cast<KvScriptRuntimeErrorHandler>(
+      VELDGetEventInstance(mOwner, &KvScriptEvents[kKvScriptRuntimeErrorEvent]));
+  if (handler) {
+    VELDobjectStruct* error = VELDnewInstance(RuntimeErrorClassName(code));
+    handler(mOwner, (long)line, error);
+    VELDUnlockObject(error);
+  }
+  SetOwnerState(ScriptStateError);
+}
+
+void KVInterpreter::YieldToOtherThreads() { VELDYieldToKV(); }
+unsigned long KVInterpreter::GetStackLimit() { return VELDGetStackLimit(); }
+void KVInterpreter::SetStackLimit(unsigned long limit) { VELDSetStackLimit(limit); }
+void KVInterpreter::InitStackChecker(unsigned long value) { VELDInitStackChecker(value); }

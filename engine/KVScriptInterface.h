@@ -1,0 +1,176 @@
+// The engine behind one script object, and the channel through which a
+// running script talks back.
+//
+// - KvScriptCorrespondent: what the run-time library calls (print, input,
+//   error, yield). The run in progress finds it through GetRuntimeCorrespondent.
+// - KVScriptInterface: the host-independent engine. It owns the source, the
+//   linked image and the registered host callbacks, compiles on demand and
+//   runs the image. It is the compiler's delegate as well.
+// - KVInterpreter: the engine bound to one host object, turning the
+//   correspondent's calls into that object's events.
+//
+// Invariants:
+// - mSource is null or a private copy that ends in a line feed and a NUL.
+// - mCode is null exactly when nothing usable is compiled; everything that
+//   changes what the compiler would see goes through ForceCompile.
+// - Virtual slots are in a fixed order (the vtable is a contract with the
+//   host's view of the engine): do not reorder the declarations below.
+#pragma once
+
+#include "engine/CompilerDelegate.h"
+#include "foundation/SimpleVector.h"
+#include "foundation/string.h"
+#include "frontend/ParserError.h"
+
+class RunReadyCode;
+class ModuleDeclaration;
+struct RuntimeClass;
+struct VELDobjectStruct;
+
+// What the run-time library reports through ScriptError. Only these values
+// mean anything; others may arrive and are treated like any other error.
+enum RuntimeErrorCode {
+  kRuntimeErrorUnhandledException = 2,
+  kRuntimeErrorStackOverflow = 6,
+  kRuntimeErrorStackLimit = 7,
+  kRuntimeErrorOutOfBounds = 9,
+  kRuntimeErrorOutOfMemory = 10,
+};
+
+// The State of a host script object.
+enum ScriptState {
+  ScriptStateIdle = 0,
+  ScriptStateRunning = 1,
+  ScriptStateComplete = 2,
+  ScriptStateError = 3,
+};
+
+class KvScriptCorrespondent {
+public:
+  virtual void ScriptError(RuntimeErrorCode code, unsigned long line);
+  virtual void Print(char const* text, unsigned long length);
+  // A buffer from new[] for the caller to delete[], or null; without an
+  // answer *outLength is left alone.
+  virtual char* Input(char const* prompt, unsigned long length, unsigned long* outLength);
+  virtual void ScriptYield();
+
+protected:
+  // Never deleted through this base: the interface's destructors are the
+  // first ones in the table.
+  ~KvScriptCorrespondent() = default;
+};
+
+// A host function a script can call: its address and its declaration.
+struct HostMethod {
+  void* entry = nullptr;
+  string declaration;
+  // The declaration's first parameter receives the context object.
+  bool hasSelf = false;
+};
+
+// A host property: get and set functions, each optional, and the value the
+// host wants passed back on each call.
+struct HostProperty {
+  void* getter = nullptr;
+  void* setter = nullptr;
+  long param = 0;
+  string declaration;
+};
+
+class KVScriptInterface : public KvScriptCorrespondent, public CompilerDelegate {
+public:
+  KVScriptInterface();
+
+  void ScriptError(RuntimeErrorCode code, unsigned long line) override;
+  void ScriptYield() override;
+
+  virtual ~KVScriptInterface();
+  // Copies at most `length` bytes, stopping at a NUL and zero-filling the
+  // rest, then a line feed and a NUL. Discards the image.
+  virtual void SetSource(char const* text, unsigned long length);
+  virtual void SetContext(void const* context);
+  virtual void RegisterHostMethod(void* entry, bool hasSelf, char const* declaration);
+  virtual void RegisterHostProperty(void* getter, void* setter, long param,
+                                    char const* declaration);
+  virtual void ClearHostCallbacks();
+  // Compiles and links the source unless there is none or the image is current.
+  virtual void Precompile();
+  virtual void Run();
+  // Runs nothing: there is no time slicing. Always false ("not finished").
+  virtual bool PartialRun(unsigned long milliseconds);
+  virtual void CompilerError(CompileErrorCode code, unsigned long line);
+  virtual void RuntimeError(RuntimeErrorCode code, unsigned long line);
+  virtual void YieldToOtherThreads();
+  virtual unsigned long GetStackLimit();
+  virtual void SetStackLimit(unsigned long limit);
+  virtual void InitStackChecker(unsigned long value);
+  // The compiler's report: forwarded as (code, line) and answered true.
+  bool CompilerError(CompileError error) override;
+
+  // Deletes the image, so the next Run or Precompile compiles again.
+  void ForceCompile();
+  // Adds every registered host method and property to `module` as
+  // functions. Its body needs the declaration parser, which the engine does
+  // not have yet: until then it adds nothing.
+  void EncodeHostCallbacks(ModuleDeclaration* module);
+
+  char const* Source() const { return mSource; }
+  RunReadyCode* Code() const { return mCode; }
+  void const* Context() const { return mContext; }
+  bool IsRunning() const { return mRunning; }
+  bool IsPartial() const { return mPartial; }
+  SimpleVector<HostMethod> const& HostMethods() const { return mHostMethods; }
+  SimpleVector<HostProperty> const& HostProperties() const { return mHostProperties; }
+
+protected:
+  char* mSource;
+  bool mRunning;
+  bool mPartial;
+  RunReadyCode* mCode;
+  void const* mContext;
+  SimpleVector<HostMethod> mHostMethods;
+  SimpleVector<HostProperty> mHostProperties;
+
+private:
+  KVScriptInterface(KVScriptInterface const&) = delete;
+  KVScriptInterface& operator=(KVScriptInterface const&) = delete;
+};
+
+class KVInterpreter : public KVScriptInterface {
+public:
+  KVInterpreter() : mOwner(nullptr) {}
+  ~KVInterpreter() override;
+
+  void Print(char const* text, unsigned long length) override;
+  char* Input(char const* prompt, unsigned long length, unsigned long* outLength) override;
+  void Run() override;
+  bool PartialRun(unsigned long milliseconds) override;
+  using KVScriptInterface::CompilerError;
+  void CompilerError(CompileErrorCode code, unsigned long line) override;
+  void RuntimeError(RuntimeErrorCode code, unsigned long line) override;
+  void YieldToOtherThreads() override;
+  unsigned long GetStackLimit() override;
+  void SetStackLimit(unsigned long limit) override;
+  void InitStackChecker(unsigned long value) override;
+
+  // The font bracket around a run: nothing to do on this platform.
+  void StorePreviousFont() {}
+  void SetScriptFont() {}
+  void RestorePreviousFont() {}
+
+  // The host object that owns this engine; set once by the class
+  // initializer, not counted.
+  VELDobjectStruct* mOwner;
+
+private:
+  void SetOwnerState(long state);
+};
+
+// The run in progress: who hears it, and the classes it has built. Both
+// describe the one script executing now.
+void InitKvScriptRuntime();
+void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent);
+KvScriptCorrespondent* GetRuntimeCorrespondent();
+// Frees every class of the run, head first, releasing each name. Safe to
+// call twice: the second pass finds the list empty.
+void ExitKvScriptRuntime();
