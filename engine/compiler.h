@@ -1,0 +1,101 @@
+// The compiler driver: turns one source text into a CodeModule by running
+// the passes in their order (miner, parser, code generator), and reports
+// errors and progress through a CompilerDelegate. It knows nothing of hosts,
+// events or linking.
+//
+// One compilation at a time per process: the lexer, the parser's globals,
+// gContext and the shared filter delegate are process-wide.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/CompilerDelegate.h"
+#include "engine/LanguageOptions.h"
+#include "foundation/Ref.h"
+#include "foundation/SimpleVector.h"
+#include "foundation/stringmap.h"
+#include "foundation/string.h"
+
+class CodeModule;
+class DebuggerSymbols;
+class ModuleDeclaration;
+class SrcContext;
+
+// Number of intrinsic functions; the intrinsic name list has one entry each.
+constexpr int kIntrinsicCount = 57;
+
+// Target processor families of the code generators.
+enum TargetFamily : int32_t { kTargetPowerPC = 0, kTargetIA32 = 1 };
+
+// Options of the PowerPC generator: seven bytes, all zero by default.
+struct CGPPCOptions {
+  int32_t tocMode = 0;
+  bool largeCodeToc = false;
+  bool largeStringToc = false;
+  bool traceback = false;
+};
+
+// Options of the IA-32 generator: one word; no generated code depends on it.
+struct CGIA32Options {
+  uint32_t flags = 0;
+};
+
+// Forwards everything to another delegate but compile errors, of which only
+// syntax errors pass. Used when the miner found the block structure broken:
+// the declarations are then incomplete and any other error would only echo
+// the same fault.
+class SyntaxFilterDelegate : public CompilerDelegate {
+public:
+  explicit SyntaxFilterDelegate(CompilerDelegate* forward) : mForward(forward) {}
+  void SetForward(CompilerDelegate* forward) { mForward = forward; }
+
+  bool CompilerFrontendProgress(int current, int total) override;
+  bool CompilerOptimizerProgress(int current, int total) override;
+  bool CompilerBackendProgress(int current, int total) override;
+  bool CompilerError(CompileError error) override;
+  void CompilerFailed(string message) override;
+
+private:
+  CompilerDelegate* mForward;
+};
+
+class Compiler {
+public:
+  Compiler();
+  ~Compiler();
+  Compiler(Compiler const&) = delete;
+  Compiler& operator=(Compiler const&) = delete;
+
+  void SetDelegate(CompilerDelegate* delegate) { mDelegate = delegate; }
+  // The module the source's declarations are merged into; not owned.
+  void SetPrefix(ModuleDeclaration* prefix) { mPrefix = prefix; }
+
+  // `source` must be NUL-terminated and stay valid during the call. A null
+  // result means the compilation failed or was stopped; the errors have
+  // gone to the delegate.
+  Ref<CodeModule> Compile(char const* source);
+
+  LanguageOptions options;
+  // Link names of the intrinsic functions, by intrinsic number.
+  SimpleVector<string> intrinsics;
+  // Must be set by the caller: the constructor leaves it unset.
+  int32_t targetFamily;
+  CGPPCOptions ppcOptions;
+  CGIA32Options ia32Options;
+  // Named boolean compile-time constants given by the caller.
+  StringMap<bool> constants;
+
+private:
+  void AddCallerConstants(ModuleDeclaration* root);
+  Ref<CodeModule> GenerateCode(SrcContext* context);
+
+  CompilerDelegate* mDelegate = nullptr;
+  ModuleDeclaration* mPrefix = nullptr;
+
+public:
+  // Null means that no debug information is wanted.
+  Ref<DebuggerSymbols> debugSymbols;
+};
+
+// The shared filter: one object for the process, made at first use.
+SyntaxFilterDelegate* SharedSyntaxFilter();
