@@ -2,7 +2,8 @@
 //
 // Invariants:
 // - `data` is null or came from array new with `capacity` elements, all of
-//   them constructed; the first `count` are in use.
+//   them constructed (value-initialised, so slots past `count` of a vector
+//   of ints or pointers read as 0); the first `count` are in use.
 // - `count <= capacity`, except briefly inside the non-const operator[],
 //   whose caller must have reserved the room with resize.
 // - No index is checked and nothing is thrown: an index out of range and
@@ -18,7 +19,7 @@ class SimpleVector {
 public:
   SimpleVector() : growBy(0), data(nullptr), count(0), capacity(0) {}
   explicit SimpleVector(unsigned long n)
-      : growBy(0), data(n ? new T[n] : nullptr), count(n), capacity(n) {}
+      : growBy(0), data(n ? new T[n]() : nullptr), count(n), capacity(n) {}
   SimpleVector(SimpleVector const& other)
       : growBy(0), data(nullptr), count(0), capacity(0) {
     CopyFrom(other);
@@ -82,7 +83,7 @@ public:
   // Sets the capacity to exactly n; a smaller n discards the tail.
   void resize(unsigned long n) {
     if (n == capacity) return;
-    T* fresh = n ? new T[n] : nullptr;
+    T* fresh = n ? new T[n]() : nullptr;
     unsigned long keep = count < n ? count : n;
     for (unsigned long i = 0; i < keep; ++i) fresh[i] = data[i];
     delete[] data;
@@ -111,7 +112,7 @@ private:
     growBy = other.growBy;
     count = other.count;
     capacity = other.capacity;
-    data = capacity ? new T[capacity] : nullptr;
+    data = capacity ? new T[capacity]() : nullptr;
     for (unsigned long i = 0; i < count; ++i) data[i] = other.data[i];
   }
 };
