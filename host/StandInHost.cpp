@@ -185,8 +185,9 @@ VELDobjectStruct* HostNewInstance(char const* className) {
   return object;
 }
 
+// The raise takes over the caller's lock: a plug-in hands its new exception
+// object to the host and keeps no reference.
 void HostRaiseException(VELDobjectStruct* object) {
-  HostLockObject(object);
   HostUnlockObject(sRaised);
   sRaised = object;
   ++sRaiseCount;

@@ -52,8 +52,9 @@ char const* StandInClassName(VELDobjectStruct* object);
 // True if the object's class is `className` or derives from it.
 bool StandInIsA(VELDobjectStruct* object, char const* className);
 
-// The last object raised through RuntimeRaiseException, locked by the host
-// until the next raise or StandInClearRaisedException; null if none.
+// The last object raised through RuntimeRaiseException, null if none. The
+// raise takes over the raiser's lock, which the host keeps until the next
+// raise, StandInClearRaisedException or a reset.
 VELDobjectStruct* StandInRaisedException();
 long StandInRaiseCount();
 void StandInClearRaisedException();

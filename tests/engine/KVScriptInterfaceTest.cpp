@@ -1,0 +1,287 @@
+// The host-independent engine: source copying, the image's lifetime, the
+// run flags, error forwarding, the virtual slot order and the run-time
+// correspondent's class list.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "backend/minilinker.h"
+#include "engine/KVScriptInterface.h"
+#include "foundation/TextEncodingUtil.h"
+#include "foundation/utility.h"
+#include "runtime/RuntimeObjectFoundation.h"
+
+namespace {
+
+// An engine whose image can be planted, and which records what reaches its
+// error slots.
+class ProbeEngine : public KVScriptInterface {
+public:
+  void PlantImage() { mCode = new RunReadyCode; }
+
+  using KVScriptInterface::CompilerError;
+  void CompilerError(CompileErrorCode code, unsigned long line) override {
+    compileErrors.push_back({(long)code, (long)line});
+  }
+  void RuntimeError(RuntimeErrorCode code, unsigned long line) override {
+    runtimeErrors.push_back({(long)code, (long)line});
+  }
+
+  struct Report {
+    long code;
+    long line;
+  };
+  std::vector<Report> compileErrors;
+  std::vector<Report> runtimeErrors;
+};
+
+// Itanium C++ ABI: a pointer to a virtual member function holds
+// 1 + the byte offset of its slot in the vtable.
+template <class F>
+long SlotOf(F f) {
+  struct {
+    uintptr_t ptr;
+    ptrdiff_t adj;
+  } rep;
+  static_assert(sizeof(f) == sizeof(rep));
+  memcpy(&rep, &f, sizeof rep);
+  return rep.ptr & 1 ? (long)((rep.ptr - 1) / sizeof(void*)) : -1;
+}
+
+TEST(KVScriptInterface, VirtualSlotsAreInTheirFixedOrder) {
+  using I = KVScriptInterface;
+  EXPECT_EQ(0, SlotOf(&KvScriptCorrespondent::ScriptError));
+  EXPECT_EQ(1, SlotOf(&KvScriptCorrespondent::Print));
+  EXPECT_EQ(2, SlotOf(&KvScriptCorrespondent::Input));
+  EXPECT_EQ(3, SlotOf(&KvScriptCorrespondent::ScriptYield));
+  // Slots 4 and 5 are the destructors.
+  EXPECT_EQ(6, SlotOf(&I::SetSource));
+  EXPECT_EQ(7, SlotOf(&I::SetContext));
+  EXPECT_EQ(8, SlotOf(&I::RegisterHostMethod));
+  EXPECT_EQ(9, SlotOf(&I::RegisterHostProperty));
+  EXPECT_EQ(10, SlotOf(&I::ClearHostCallbacks));
+  EXPECT_EQ(11, SlotOf(&I::Precompile));
+  EXPECT_EQ(12, SlotOf(&I::Run));
+  EXPECT_EQ(13, SlotOf(&I::PartialRun));
+  EXPECT_EQ(14, SlotOf(static_cast<void (I::*)(CompileErrorCode, unsigned long)>(&I::CompilerError)));
+  EXPECT_EQ(15, SlotOf(&I::RuntimeError));
+  EXPECT_EQ(16, SlotOf(&I::YieldToOtherThreads));
+  EXPECT_EQ(17, SlotOf(&I::GetStackLimit));
+  EXPECT_EQ(18, SlotOf(&I::SetStackLimit));
+  EXPECT_EQ(19, SlotOf(&I::InitStackChecker));
+  EXPECT_EQ(20, SlotOf(static_cast<bool (I::*)(CompileError)>(&I::CompilerError)));
+  // The delegate's own table keeps its order in the second base.
+  EXPECT_EQ(0, SlotOf(&CompilerDelegate::CompilerFrontendProgress));
+  EXPECT_EQ(3, SlotOf(&CompilerDelegate::CompilerError));
+  EXPECT_EQ(4, SlotOf(&CompilerDelegate::CompilerFailed));
+}
+
+struct SourceCase {
+  char const* name;
+  char const* text;
+  unsigned long length;
+  std::vector<char> stored;  // length + 2 bytes
+};
+
+TEST(KVScriptInterface, SetSourceCopiesLengthBytesThenLineFeedAndNul) {
+  static char const kEmbeddedNul[] = {'a', 'b', 0, 'c', 'd'};
+  SourceCase const cases[] = {
+      {"empty", "", 0, {'\n', 0}},
+      {"null text, length 0", nullptr, 0, {'\n', 0}},
+      {"plain", "Print 1", 7, {'P', 'r', 'i', 'n', 't', ' ', '1', '\n', 0}},
+      {"shorter than the text", "abcdef", 3, {'a', 'b', 'c', '\n', 0}},
+      {"stops at a NUL, zero-fills", kEmbeddedNul, 5, {'a', 'b', 0, 0, 0, '\n', 0}},
+      {"already ends in a line feed", "x\n", 2, {'x', '\n', '\n', 0}},
+  };
+  for (SourceCase const& c : cases) {
+    SCOPED_TRACE(c.name);
+    ProbeEngine engine;
+    engine.SetSource(c.text, c.length);
+    ASSERT_NE(nullptr, engine.Source());
+    EXPECT_EQ(0, memcmp(c.stored.data(), engine.Source(), c.stored.size()));
+  }
+}
+
+TEST(KVScriptInterface, SetSourceKeepsAPrivateCopy) {
+  char text[] = "Print 1";
+  ProbeEngine engine;
+  engine.SetSource(text, 7);
+  text[0] = 'X';
+  EXPECT_STREQ("Print 1\n", engine.Source());
+}
+
+// Every operation that changes what the compiler sees discards the image.
+TEST(KVScriptInterface, OperationsThatChangeTheInputDiscardTheImage) {
+  struct Case {
+    char const* name;
+    std::function<void(ProbeEngine&)> operation;
+  };
+  Case const cases[] = {
+      {"SetSource", [](ProbeEngine& e) { e.SetSource("x", 1); }},
+      {"SetContext", [](ProbeEngine& e) { e.SetContext(&e); }},
+      {"RegisterHostMethod", [](ProbeEngine& e) { e.RegisterHostMethod(nullptr, false, "Sub F()"); }},
+      {"RegisterHostProperty",
+       [](ProbeEngine& e) { e.RegisterHostProperty(nullptr, nullptr, 0, "P As Integer"); }},
+      {"ClearHostCallbacks", [](ProbeEngine& e) { e.ClearHostCallbacks(); }},
+      {"ForceCompile", [](ProbeEngine& e) { e.ForceCompile(); }},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    ProbeEngine engine;
+    engine.PlantImage();
+    ASSERT_NE(nullptr, engine.Code());
+    c.operation(engine);
+    EXPECT_EQ(nullptr, engine.Code());
+  }
+}
+
+TEST(KVScriptInterface, PrecompileAndRunKeepAPlantedImage) {
+  ProbeEngine engine;
+  engine.SetSource("x", 1);
+  engine.PlantImage();
+  RunReadyCode* image = engine.Code();
+  engine.Precompile();
+  engine.Run();
+  engine.Run();
+  EXPECT_EQ(image, engine.Code());
+}
+
+TEST(KVScriptInterface, RunWithoutSourceMakesNoImage) {
+  ProbeEngine engine;
+  engine.Precompile();
+  engine.Run();
+  EXPECT_EQ(nullptr, engine.Code());
+  EXPECT_TRUE(engine.compileErrors.empty());
+  EXPECT_TRUE(engine.runtimeErrors.empty());
+}
+
+TEST(KVScriptInterface, RunAndPartialRunSetTheirFlags) {
+  ProbeEngine engine;
+  EXPECT_FALSE(engine.PartialRun(100));
+  EXPECT_TRUE(engine.IsPartial());
+  EXPECT_FALSE(engine.IsRunning());
+  engine.Run();
+  EXPECT_FALSE(engine.IsPartial());
+  EXPECT_FALSE(engine.IsRunning());
+}
+
+TEST(KVScriptInterface, HostCallbacksAreKeptInOrderAndClearedTogether) {
+  ProbeEngine engine;
+  int a, b;
+  engine.RegisterHostMethod(&a, true, "Function F(x As Integer) As Integer");
+  engine.RegisterHostMethod(nullptr, false, "Sub G()");
+  engine.RegisterHostProperty(&a, &b, 42, "P As String");
+  ASSERT_EQ(2u, engine.HostMethods().size());
+  EXPECT_EQ(&a, engine.HostMethods()[0].entry);
+  EXPECT_TRUE(engine.HostMethods()[0].hasSelf);
+  EXPECT_STREQ("Function F(x As Integer) As Integer", engine.HostMethods()[0].declaration.CString());
+  EXPECT_EQ(nullptr, engine.HostMethods()[1].entry);
+  EXPECT_FALSE(engine.HostMethods()[1].hasSelf);
+  ASSERT_EQ(1u, engine.HostProperties().size());
+  EXPECT_EQ(&a, engine.HostProperties()[0].getter);
+  EXPECT_EQ(&b, engine.HostProperties()[0].setter);
+  EXPECT_EQ(42, engine.HostProperties()[0].param);
+  EXPECT_STREQ("P As String", engine.HostProperties()[0].declaration.CString());
+  engine.ClearHostCallbacks();
+  EXPECT_EQ(0u, engine.HostMethods().size());
+  EXPECT_EQ(0u, engine.HostProperties().size());
+}
+
+TEST(KVScriptInterface, ErrorsArriveAtTheErrorSlots) {
+  ProbeEngine engine;
+  KvScriptCorrespondent* correspondent = &engine;
+  correspondent->ScriptError(kRuntimeErrorUnhandledException, 0);
+  correspondent->ScriptError(kRuntimeErrorOutOfBounds, 17);
+  ASSERT_EQ(2u, engine.runtimeErrors.size());
+  EXPECT_EQ(2, engine.runtimeErrors[0].code);
+  EXPECT_EQ(9, engine.runtimeErrors[1].code);
+  EXPECT_EQ(17, engine.runtimeErrors[1].line);
+
+  // The compiler reaches the engine through its delegate base.
+  CompilerDelegate* delegate = &engine;
+  EXPECT_TRUE(delegate->CompilerError(CompileError(UnknownName, SourceLocation(12, 3, 12, 9))));
+  ASSERT_EQ(1u, engine.compileErrors.size());
+  EXPECT_EQ(UnknownName, engine.compileErrors[0].code);
+  EXPECT_EQ(12, engine.compileErrors[0].line);
+}
+
+TEST(KVScriptInterface, DefaultsOfTheBases) {
+  struct Silent : KvScriptCorrespondent {};
+  Silent silent;
+  unsigned long received = 77;
+  EXPECT_EQ(nullptr, silent.Input("?", 1, &received));
+  EXPECT_EQ(77u, received) << "the default Input leaves the length alone";
+
+  struct Plain : CompilerDelegate {};
+  Plain plain;
+  EXPECT_FALSE(plain.CompilerFrontendProgress(1, 2));
+  EXPECT_FALSE(plain.CompilerOptimizerProgress(1, 2));
+  EXPECT_FALSE(plain.CompilerBackendProgress(1, 2));
+  EXPECT_FALSE(plain.CompilerError(CompileError(SyntaxError, SourceLocation(0))));
+
+  ProbeEngine engine;
+  EXPECT_EQ(0u, engine.GetStackLimit());
+}
+
+// ---------------------------------------------------------------------------
+// The run-time correspondent
+
+// Makes a class record as the object runtime does, with a counted name.
+RuntimeClass* MakeClass(char const* name, uint32_t methods, uint32_t properties) {
+  uint32_t size = RuntimeClassAllocationSize(methods, 0, 0, 0, properties);
+  auto* c = reinterpret_cast<RuntimeClass*>(OSalloclen((int)size, 0));
+  umemzero(c, (int)size);
+  c->mMethodCount = methods;
+  c->mPropertyCount = properties;
+  c->mName = string(name).ExtractStringStorage();
+  c->mNext = mClassList;
+  mClassList = c;
+  return c;
+}
+
+TEST(RuntimeCorrespondent, InitClearsAndSetGetRoundTrip) {
+  ProbeEngine engine;
+  SetRuntimeCorrespondent(&engine);
+  EXPECT_EQ(&engine, GetRuntimeCorrespondent());
+  InitKvScriptRuntime();
+  EXPECT_EQ(nullptr, GetRuntimeCorrespondent());
+  EXPECT_EQ(nullptr, mClassList);
+}
+
+TEST(RuntimeCorrespondent, ExitFreesEveryClassAndItsNameThenFindsTheListEmpty) {
+  InitKvScriptRuntime();
+  long before = gTotalAllocLen;
+  MakeClass("First", 2, 1);
+  MakeClass("Second", 40, 3);  // large enough to leave the small-block lists
+  RuntimeClass* unnamed = MakeClass("x", 0, 0);
+  stringStorage::RemoveReference(unnamed->mName);
+  unnamed->mName = nullptr;
+  ASSERT_GT(gTotalAllocLen, before);
+  ExitKvScriptRuntime();
+  EXPECT_EQ(nullptr, mClassList);
+  EXPECT_EQ(before, gTotalAllocLen);
+  ExitKvScriptRuntime();
+  EXPECT_EQ(nullptr, mClassList);
+  EXPECT_EQ(before, gTotalAllocLen);
+}
+
+TEST(RuntimeCorrespondent, ARunOfAnImageStartsFromAnEmptyClassList) {
+  ProbeEngine engine;
+  InitKvScriptRuntime();
+  long before = gTotalAllocLen;
+  RuntimeClass* outer = MakeClass("Outer", 1, 0);
+  RunReadyCode image;
+  image.Run(&engine);
+  EXPECT_EQ(&engine, GetRuntimeCorrespondent());
+  EXPECT_EQ(nullptr, mClassList);
+  // The run let go of the list without freeing what was on it.
+  EXPECT_STREQ("Outer", stringStorage::CString(outer->mName));
+  stringStorage::RemoveReference(outer->mName);
+  FreeRuntimeClass(outer);
+  EXPECT_EQ(before, gTotalAllocLen);
+}
+
+}  // namespace
