@@ -10,8 +10,8 @@
 #pragma once
 
 #include "foundation/Ref.h"
-
-class SemBase;
+#include "frontend/ParserError.h"
+#include "semantic/SemBase.h"
 
 // Parses the lexer's text. 0: accepted; 1: rejected by a syntax error, or
 // stopped by the delegate's poll; 2: the parser's stacks overflowed
@@ -26,3 +26,53 @@ constexpr int kParserNoToken = -2;
 extern int yynerrs;
 // The look-ahead's semantic value, as GetToken left it.
 extern Ref<SemBase> yylval;
+
+// ---------------------------------------------------------------------------
+// Routines of the compilation context that the grammar calls. They are
+// defined in frontend/ContextRoutines.cpp until the context takes them over.
+// Every one tolerates null handles, which arrive after a reported error.
+
+// One clause of `Dim`: `names` holds each variable's identifier followed by
+// its dimension values; `initialiser` may be null.
+Ref<SemBase> CompileDeclaration(Ref<SemBase> names, Ref<SemBase> type, Ref<SemBase> initialiser);
+// A local `Const`; returns a null handle.
+Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value);
+// A reserved word used as a name: reports ReservedIdentifier and returns an
+// identifier "bogus", so that the parse goes on.
+Ref<SemBase> CompileReservedIdentifier();
+// `#pragma word value`; returns a null handle.
+Ref<SemBase> CompilePragma(Ref<SemBase> word, Ref<SemBase> value);
+// Conditional compilation: the lexer skips the branches not taken. Each
+// returns a null handle, the value of the directive as a statement.
+Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition);
+Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition);
+Ref<SemBase> CompileConditionalElse();
+Ref<SemBase> CompileConditionalEndIf();
+
+// The type nonterminals: each yields a SemIdentifier carrying the type.
+// `token` is the keyword's token number (Integer, String, ... Class).
+Ref<SemBase> BasicType(int token);
+Ref<SemBase> ClassType(Ref<SemBase> name);
+// `commas` holds one element per comma, or is null: the rank is one more.
+Ref<SemBase> ArrayRank(Ref<SemBase> commas);
+Ref<SemBase> ArrayType(Ref<SemBase> element, Ref<SemBase> rank);
+
+// In debug mode, puts the debugger's call in front of a statement's code.
+Ref<SemBase> CompileDebugEntry(Ref<SemBase> code);
+// Releases the temporaries of one simple statement at its end.
+Ref<SemBase> FilterTemporaryVariables(Ref<SemBase> code);
+
+// Name lookup: a bare name, and `left.name`. `args` holds the subscripts or
+// arguments, `value` the right side of an assignment (null when the name is
+// read); `defaultError` is raised for an unknown name (kNoCompileError:
+// none). These belong to name lookup, and are defined with the context
+// routines until it lands.
+enum FunctionResultMode : int {
+  kResultNeeded = 0,     // an expression: a Sub is NoResultValue
+  kResultStatement = 1,  // `foo args` or an assignment: a Function is ResultIgnored
+  kResultCall = 2,       // `Call foo args`: both are allowed
+};
+Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                           CompileErrorCode defaultError, bool isCallStatement);
+Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
+                                FunctionResultMode mode);

@@ -1,0 +1,37 @@
+// Classes, interfaces, properties and events. The miner has made every
+// declaration; these routines find them by name and build the code of a
+// class: its retriever, initializer, destructor and interface tables.
+//
+// Until class building lands, the routines hand back the placeholders of
+// codebuild/Placeholders.h; OpenInterfaceScope and the two End routines that
+// close parameter tables are final.
+#pragma once
+
+#include "foundation/Ref.h"
+#include "semantic/SemBase.h"
+
+// At the head of a class; returns a SemValue of its symbol table's index.
+Ref<SemBase> CompileClass(Ref<SemBase> name);
+// At `End Class`: the code of all the class's functions.
+Ref<SemBase> CompileEndClass(Ref<SemBase> name, Ref<SemBase> tableValue, Ref<SemBase> members);
+// `Inherits Name`; returns `result`, which the grammar passes as null.
+Ref<SemBase> CompileInheritance(Ref<SemBase> parentName, Ref<SemBase> result);
+Ref<SemBase> CompileImplements(Ref<SemBase> interfaceName);
+
+// Opens the table of an interface's members; returns a SemValue of its index.
+Ref<SemBase> OpenInterfaceScope();
+// At `End Interface`; closes OpenInterfaceScope's table. The grammar passes
+// a null `code`.
+Ref<SemBase> CompileInterface(Ref<SemBase> name, Ref<SemBase> code);
+// The end of one interface method header: closes the table that the grammar
+// opened for its parameters. Headers have no code: returns null.
+Ref<SemBase> EndInterfaceMethod();
+
+// A property of a class or module; `dimensions` may be null.
+Ref<SemBase> CompileProperty(Ref<SemBase> name, Ref<SemBase> dimensions, Ref<SemBase> type);
+// `New Event Name(parameters) As type`; returns `result`, which the grammar
+// passes as null.
+Ref<SemBase> CompileEvent(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> type, Ref<SemBase> result);
+// CompileEvent, then the close of the table that the grammar opened for the
+// event's parameters.
+Ref<SemBase> EndEventDeclaration(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> type);
