@@ -1,0 +1,309 @@
+// Mined classes: storage layout, method and event slots across an
+// inheritance chain, overloads across levels, interfaces, events, and
+// Inherits lines that loop.
+#include "miner_fixture.h"
+
+namespace {
+
+using FD = FunctionDeclaration;
+
+class MinerClassesTest : public MinerFixture {};
+
+char const kShapes[] =
+    "Class Shape\n"
+    "  Dim x As Integer\n"
+    "  Dim d As Double\n"
+    "  Private secret As Integer\n"
+    "  Protected Const kSides = 0\n"
+    "  Const kName = \"shape\"\n"
+    "  Private Const kHidden = 1\n"
+    "  Sub Draw()\n"
+    "  End Sub\n"
+    "  Function Area() As Double\n"
+    "    Return 0\n"
+    "  End Function\n"
+    "  Private Sub Helper()\n"
+    "  End Sub\n"
+    "  New Event Changed(v As Integer)\n"
+    "End Class\n"
+    "\n"
+    "Class Circle\n"
+    "  Inherits Shape\n"
+    "  Dim r As Double\n"
+    "  Function Area() As Double\n"      // overrides Shape's slot 1
+    "  End Function\n"
+    "  Sub Grow(by As Integer)\n"        // new slot 2
+    "  End Sub\n"
+    "  Sub Helper()\n"                   // the parent's is private: new slot 3
+    "  End Sub\n"
+    "  New Event Resized()\n"
+    "End Class\n"
+    "\n"
+    "Class Dot\n"
+    "  Inherits Circle\n"
+    "  Sub Draw()\n"                     // overrides Shape's slot 0
+    "  End Sub\n"
+    "  Sub Grow(by As String)\n"         // an overload beside Circle's: slot 4
+    "  End Sub\n"
+    "End Class\n";
+
+TEST_F(MinerClassesTest, BaseClassLaysOutFieldsAndNumbersSlots) {
+  ModuleDeclaration* m = Mine(kShapes);
+  EXPECT_FALSE(mFailed);
+  ClassDeclaration* shape = Class(m, "Shape");
+  ASSERT_NE(shape, nullptr);
+  EXPECT_EQ(shape->GetParent(), nullptr);
+  EXPECT_EQ(shape->GetType().GetClass(), string()) << "no parent name";
+
+  struct Field {
+    char const* name;
+    int32_t offset, index;
+    char const* link;
+  } const fields[] = {{"x", 0, 0, "Shape.x"}, {"d", 4, 1, "Shape.d"}, {"secret", 12, 2, "Shape.secret"}};
+  for (Field const& f : fields) {
+    PropertyDeclaration* p = shape->LookupProperty(f.name);
+    ASSERT_NE(p, nullptr) << f.name;
+    EXPECT_EQ(p->GetOffset(), f.offset) << f.name;
+    EXPECT_EQ(p->GetIndex(), f.index) << f.name;
+    EXPECT_EQ(p->GetLinkName(), string(f.link));
+  }
+  EXPECT_EQ(shape->GetStorageSize(), 16);
+  EXPECT_EQ(shape->propertySlotCount, 3);
+  EXPECT_EQ(shape->LookupProperty("secret")->GetScope(), ScopedDeclaration::kScopePrivate);
+
+  FD* draw = Method(shape, "Shape.Draw%%o<Shape>");
+  FD* area = Method(shape, "Shape.Area%d%o<Shape>");
+  FD* helper = Method(shape, "Shape.Helper%%o<Shape>");
+  FD* lookup = Method(shape, "Shape.__Lookup");
+  ASSERT_TRUE(draw && area && helper && lookup);
+  EXPECT_EQ(draw->GetDispatchMethod(), FD::kDispatchVtable);
+  EXPECT_EQ(draw->GetDispatchID(), 0);
+  EXPECT_EQ(area->GetDispatchID(), 1);
+  EXPECT_EQ(helper->GetDispatchMethod(), FD::kDispatchNormal) << "private methods aren't virtual";
+  EXPECT_EQ(lookup->GetDispatchMethod(), FD::kDispatchNormal);
+  EXPECT_EQ(lookup->GetScope(), ScopedDeclaration::kScopePrivate);
+  EXPECT_EQ(lookup->GetType().GetMainType(), kTypeClassRef);
+  EXPECT_EQ(shape->vtableSlotCount, 2);
+  EXPECT_EQ(shape->directSlotCount, 2);
+  EXPECT_EQ(area->GetParameter(0)->GetType(), IRDataType(string("Shape"))) << "self comes first";
+
+  ASSERT_EQ(shape->CountEvents(), 1u);
+  EXPECT_EQ(shape->GetEvent(0)->GetDispatchMethod(), FD::kDispatchEvent);
+  EXPECT_EQ(shape->GetEvent(0)->GetDispatchID(), 0);
+  EXPECT_EQ(shape->GetEventTableSlotCount(), 1u);
+}
+
+TEST_F(MinerClassesTest, SubclassStoresBehindItsParentAndTakesOverSlots) {
+  ModuleDeclaration* m = Mine(kShapes);
+  ClassDeclaration* shape = Class(m, "Shape");
+  ClassDeclaration* circle = Class(m, "Circle");
+  ASSERT_TRUE(shape && circle);
+  EXPECT_EQ(circle->GetParent(), shape);
+
+  PropertyDeclaration* r = circle->LookupProperty("r");
+  ASSERT_NE(r, nullptr);
+  EXPECT_EQ(r->GetOffset(), 16);
+  EXPECT_EQ(r->GetIndex(), 3) << "the parent's private field keeps its slot";
+  EXPECT_EQ(circle->GetStorageSize(), 24);
+  EXPECT_EQ(circle->propertySlotCount, 4);
+  EXPECT_EQ(circle->LookupProperty("x"), shape->LookupProperty("x")) << "inherited fields are shared";
+  EXPECT_EQ(circle->LookupProperty("secret"), nullptr) << "private fields aren't inherited";
+
+  FD* area = Method(circle, "Circle.Area%d%o<Circle>");
+  FD* grow = Method(circle, "Circle.Grow%%o<Circle>i");
+  FD* helper = Method(circle, "Circle.Helper%%o<Circle>");
+  ASSERT_TRUE(area && grow && helper);
+  EXPECT_EQ(area->GetDispatchID(), 1);
+  EXPECT_TRUE(Method(shape, "Shape.Area%d%o<Shape>")->IsOverridden());
+  EXPECT_EQ(grow->GetDispatchID(), 2);
+  EXPECT_EQ(helper->GetDispatchID(), 3);
+  EXPECT_EQ(circle->vtableSlotCount, 4);
+  EXPECT_EQ(circle->LookupMethod("Shape.Draw%%o<Shape>"), shape->LookupMethod("Shape.Draw%%o<Shape>"));
+  EXPECT_EQ(circle->LookupMethod("Shape.Helper%%o<Shape>"), nullptr);
+  EXPECT_EQ(circle->LookupMethod("Shape.__Lookup"), nullptr) << "each class has its own retriever";
+
+  ASSERT_EQ(circle->CountEvents(), 1u);
+  EXPECT_EQ(circle->GetEvent(0)->GetDispatchID(), 1) << "behind the parent's event slot";
+  EXPECT_EQ(circle->GetEventTableSlotCount(), 2u);
+
+  EXPECT_NE(circle->LookupConstant("kName"), nullptr);
+  EXPECT_NE(circle->LookupConstant("kSides"), nullptr) << "protected constants are inherited";
+  EXPECT_EQ(circle->LookupConstant("kHidden"), nullptr);
+}
+
+TEST_F(MinerClassesTest, OverloadsAcrossLevelsStandSideBySide) {
+  ModuleDeclaration* m = Mine(kShapes);
+  ClassDeclaration* dot = Class(m, "Dot");
+  ASSERT_NE(dot, nullptr);
+  EXPECT_EQ(dot->GetParent(), Class(m, "Circle"));
+  EXPECT_EQ(dot->GetStorageSize(), 24);
+
+  EXPECT_EQ(Method(dot, "Dot.Draw%%o<Dot>")->GetDispatchID(), 0);
+  FD* ownGrow = Method(dot, "Dot.Grow%%o<Dot>s");
+  FD* inheritedGrow = Method(dot, "Circle.Grow%%o<Circle>i");
+  ASSERT_TRUE(ownGrow && inheritedGrow);
+  EXPECT_EQ(ownGrow->GetDispatchID(), 4);
+  EXPECT_EQ(inheritedGrow->GetDispatchID(), 2);
+  EXPECT_FALSE(inheritedGrow->IsOverridden());
+  EXPECT_EQ(dot->vtableSlotCount, 5);
+
+  Ref<SimpleVector<FunctionDeclaration*> > grows = dot->LookupMethodsByBase("grow", kFilterAll);
+  ASSERT_TRUE(grows);
+  EXPECT_EQ(grows->size(), 2u);
+  // Shape's Draw is overridden two levels down and isn't copied in again.
+  EXPECT_EQ(dot->LookupMethod("Shape.Draw%%o<Shape>"), nullptr);
+  EXPECT_TRUE(Method(Class(m, "Shape"), "Shape.Draw%%o<Shape>")->IsOverridden());
+  // Inherited from Circle, which had it from Shape; r of Circle too.
+  EXPECT_NE(dot->LookupProperty("x"), nullptr);
+  EXPECT_EQ(dot->LookupProperty("r")->GetOffset(), 16);
+}
+
+TEST_F(MinerClassesTest, ChildDeclaredBeforeItsParentGetsTheSameLayout) {
+  ModuleDeclaration* m = Mine(
+      "Class Child\n Inherits Base\n Dim c As Integer\n Sub Run()\n End Sub\nEnd Class\n"
+      "Class Base\n Dim b As Double\n Sub Stop()\n End Sub\nEnd Class\n");
+  ClassDeclaration* child = Class(m, "Child");
+  ASSERT_NE(child, nullptr);
+  EXPECT_EQ(child->GetParent(), Class(m, "Base"));
+  EXPECT_EQ(child->LookupProperty("c")->GetOffset(), 8);
+  EXPECT_EQ(child->GetStorageSize(), 12);
+  EXPECT_EQ(Method(child, "Child.Run%%o<Child>")->GetDispatchID(), 1);
+  EXPECT_EQ(Method(Class(m, "Base"), "Base.Stop%%o<Base>")->GetDispatchID(), 0);
+}
+
+TEST_F(MinerClassesTest, TheFirstOfTwoInheritsLinesStands) {
+  ModuleDeclaration* m = Mine(
+      "Class A\nEnd Class\nClass B\nEnd Class\n"
+      "Class C\n  Inherits A\n  Inherits B\nEnd Class\n"
+      "Class D\n  Inherits Object\n  Inherits B\nEnd Class\n");
+  EXPECT_FALSE(mFailed);
+  ClassDeclaration* c = Class(m, "C");
+  ASSERT_NE(c, nullptr);
+  EXPECT_EQ(c->GetType().GetClass(), string("A"));
+  EXPECT_EQ(c->GetParent(), Class(m, "A"));
+  // `Inherits Object` names no parent, so the second line is the first name.
+  EXPECT_EQ(Class(m, "D")->GetParent(), Class(m, "B"));
+}
+
+TEST_F(MinerClassesTest, InterfacesNumberTheirSlotsAndPassThemDown) {
+  ModuleDeclaration* m = Mine(
+      "Interface Drawable\n"
+      "  Sub Draw()\n"
+      "  Function Size() As Integer\n"
+      "End Interface\n"
+      "Class Box\n  Implements Drawable\n  Sub Draw()\n  End Sub\nEnd Class\n"
+      "Class Crate\n  Inherits Box\n  Implements Sized\nEnd Class\n");
+  EXPECT_FALSE(mFailed);
+  ClassDeclaration* drawable = Class(m, "Drawable");
+  ASSERT_NE(drawable, nullptr);
+  EXPECT_TRUE(drawable->IsInterface());
+  EXPECT_EQ(drawable->GetType().GetClass(), string("Drawable"));
+  EXPECT_EQ(drawable->GetParent(), nullptr) << "its type names itself, not a parent";
+  EXPECT_EQ(Method(drawable, "Drawable.Draw%%o<Drawable>")->GetDispatchID(), 0);
+  EXPECT_EQ(Method(drawable, "Drawable.Size%i%o<Drawable>")->GetDispatchID(), 1);
+  EXPECT_EQ(drawable->vtableSlotCount, 2);
+  EXPECT_NE(drawable->LookupMethod("Drawable.__Lookup"), nullptr);
+
+  ClassDeclaration* crate = Class(m, "Crate");
+  ASSERT_NE(crate, nullptr);
+  ASSERT_EQ(crate->CountImplementedInterfaces(), 2u);
+  EXPECT_EQ(crate->GetImplementedInterface(0), string("Drawable")) << "the parent's come first";
+  EXPECT_EQ(crate->GetImplementedInterface(1), string("Sized"));
+}
+
+TEST_F(MinerClassesTest, HandlersAreRenamedAndRecorded) {
+  ModuleDeclaration* m = Mine(
+      "Class Button\n"
+      "  New Event Clicked(x As Integer)\n"
+      "  New Event Hovered()\n"
+      "End Class\n"
+      "Class OkButton\n"
+      "  Inherits Button\n"
+      "  New Event Confirmed() As Boolean\n"
+      "  Sub Clicked(x As Integer) Handles Event\n"
+      "  End Sub\n"
+      "End Class\n");
+  EXPECT_FALSE(mFailed);
+  ClassDeclaration* button = Class(m, "Button");
+  ClassDeclaration* ok = Class(m, "OkButton");
+  ASSERT_TRUE(button && ok);
+  FD* clicked = button->LookupEvent("clicked");
+  ASSERT_NE(clicked, nullptr);
+  EXPECT_EQ(clicked->GetScope(), ScopedDeclaration::kScopePrivate);
+  EXPECT_EQ(clicked->CountParameters(), 2u) << "self and x";
+  EXPECT_EQ(button->LookupEvent("Hovered")->GetDispatchID(), 1);
+  EXPECT_EQ(button->GetEventTableSlotCount(), 2u);
+
+  FD* confirmed = ok->LookupEvent("Confirmed");
+  ASSERT_NE(confirmed, nullptr);
+  EXPECT_EQ(confirmed->GetDispatchID(), 2);
+  EXPECT_EQ(confirmed->GetType().GetMainType(), kTypeBoolean);
+  EXPECT_EQ(ok->GetEventTableSlotCount(), 3u);
+
+  HandledEvent* handled = ok->LookupHandledEvent("Clicked");
+  ASSERT_NE(handled, nullptr);
+  EXPECT_EQ(handled->GetHandlerName(), string("OkButton.#Clicked%%o<OkButton>i"));
+  FD* handler = Method(ok, "OkButton.#Clicked%%o<OkButton>i");
+  ASSERT_NE(handler, nullptr);
+  EXPECT_EQ(handler->GetBaseName(), string("#Clicked"));
+}
+
+TEST_F(MinerClassesTest, CircularInheritanceIsConnectedButNotFollowedRound) {
+  ModuleDeclaration* m = Mine(
+      "Class A\n  Inherits B\n  Sub F()\n  End Sub\n  Dim a As Integer\nEnd Class\n"
+      "Class B\n  Inherits A\n  Dim b As Double\nEnd Class\n"
+      "Class Narcissus\n  Inherits Narcissus\n  Sub G()\n  End Sub\nEnd Class\n"
+      "Class Three1\n Inherits Three3\nEnd Class\n"
+      "Class Three2\n Inherits Three1\nEnd Class\n"
+      "Class Three3\n Inherits Three2\nEnd Class\n");
+  EXPECT_FALSE(mFailed) << "a cycle is the grammar's to report";
+  ClassDeclaration* a = Class(m, "A");
+  ClassDeclaration* b = Class(m, "B");
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(a->GetParent(), b);
+  EXPECT_EQ(b->GetParent(), a);
+  ClassDeclaration* self = Class(m, "Narcissus");
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(self->GetParent(), self);
+  EXPECT_EQ(self->CountMethods(), 2u) << "nothing copied from itself";
+  // Walking up a three-class loop comes back to its start.
+  ClassDeclaration* start = Class(m, "Three1");
+  ASSERT_NE(start, nullptr);
+  EXPECT_EQ(start->GetParent()->GetParent()->GetParent(), start);
+}
+
+TEST_F(MinerClassesTest, UnknownParentLeavesTheClassNumberedOnItsOwn) {
+  ModuleDeclaration* m = Mine("Class Orphan\n  Inherits Missing\n  Sub A()\n  End Sub\n  Sub B()\n  End Sub\nEnd Class\n");
+  ClassDeclaration* orphan = Class(m, "Orphan");
+  ASSERT_NE(orphan, nullptr);
+  EXPECT_EQ(orphan->GetParent(), nullptr);
+  EXPECT_EQ(Method(orphan, "Orphan.B%%o<Orphan>")->GetDispatchID(), 1);
+  EXPECT_EQ(orphan->vtableSlotCount, 2);
+}
+
+TEST_F(MinerClassesTest, ExternalMethodsKeepTheirLinkNames) {
+  ModuleDeclaration* m = Mine(
+      "Class Win\n"
+      "  Declare Function GetIt Lib \"user\" Alias \"RealGet\" (p As Ptr, ByRef n As Short, s As CString) As Short\n"
+      "  Declare Sub Plain Lib libname (w As WindowPtr)\n"
+      "End Class\n");
+  ClassDeclaration* win = Class(m, "Win");
+  ASSERT_NE(win, nullptr);
+  FD* get = Method(win, "RealGet");
+  ASSERT_NE(get, nullptr);
+  EXPECT_TRUE(get->External());
+  EXPECT_EQ(get->GetBaseName(), string("GetIt"));
+  EXPECT_EQ(get->GetSourceLibrary(), string("user"));
+  ASSERT_EQ(get->CountParameters(), 4u);
+  EXPECT_EQ(get->GetParameter(0)->GetType(), IRDataType(string("Win")));
+  EXPECT_EQ(get->GetParameter(1)->GetType().GetMainType(), kTypePtr);
+  EXPECT_EQ(get->GetParameter(2)->GetType(), IRDataType(kTypeShort).AsReference());
+  EXPECT_EQ(get->GetParameter(3)->GetType().GetMainType(), kTypeCString);
+  EXPECT_EQ(get->GetType().GetMainType(), kTypeShort);
+  FD* plain = Method(win, "Plain");
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(plain->GetSourceLibrary(), string()) << "a name as library has no value here";
+  EXPECT_EQ(plain->GetParameter(1)->GetType().GetMainType(), kTypeWindowPtr);
+}
+
+}  // namespace
