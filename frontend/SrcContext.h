@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "backend/InterRep.h"
+#include "engine/LanguageOptions.h"
 #include "foundation/SimpleVector.h"
 #include "foundation/stringmap.h"
 #include "semantic/SemBase.h"
@@ -50,6 +51,9 @@ public:
   ClassDeclaration* currentClass = nullptr;
   bool inModule = false;
   ModuleDeclaration* currentModule = nullptr;
+  // The flags in force, and those saved at the start of each open method.
+  LanguageOptions options;
+  SimpleVector<LanguageOptions> optionStack;
   // Open `#if` blocks, and per block whether one of its branches was taken.
   int32_t conditionalDepth = 0;
   SimpleVector<bool> conditionalTaken;

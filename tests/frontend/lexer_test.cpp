@@ -262,7 +262,8 @@ TEST_F(CompilationFixture, OverlongNameIsCutAtACharacterBoundary) {
   // Two-byte characters: the cut at 2047 bytes would split one.
   std::string wide;
   for (int i = 0; i < 1500; ++i) wide += "\xC3\xA9";
-  InitLexer((wide + "\nb").c_str());
+  std::string source = wide + "\nb";  // must outlive the run
+  InitLexer(source.c_str());
   ASSERT_EQ(GetToken(), kTokenIDENT);
   string name = static_cast<SemIdentifier*>(yylval.Get())->name;
   EXPECT_EQ(name.Length(), kTokenBufferSize - 2);
