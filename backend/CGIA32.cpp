@@ -1,0 +1,973 @@
+#include "backend/CGIA32.h"
+
+#include <cstring>
+
+#include "foundation/kvassert.h"
+#include "runtime/RuntimeExceptionFoundation.h"
+
+// Condition bits of the float unit's status word, as fnstsw leaves them in ax.
+constexpr int kFpuC0 = 0x0100;  // st0 below the other operand
+constexpr int kFpuC2 = 0x0400;  // unordered
+constexpr int kFpuC3 = 0x4000;  // equal
+// Rounding control of the float unit's control word; both bits: truncate.
+constexpr int kFpuRoundTowardZero = 0x0C00;
+// The operand-size prefix that turns a 32-bit move into a 16-bit one.
+constexpr int kOperandSizePrefix = 0x66;
+// Frame offset of the first argument: above the saved ebp and the return address.
+constexpr int kFirstArgumentOffset = 8;
+
+CGIA32::CGIA32()
+    : baseRef(nullptr),
+      baseOffset(0),
+      clockValue(0),
+      hasRetval(false),
+      retvalIsFloat(false) {}
+
+CGIA32::~CGIA32() = default;
+
+void CGIA32::Configure(CGIA32Options opts, SimpleVector<string> intrinsics) {
+  options = opts;
+  intrinsicNames = intrinsics;
+}
+
+// ---------------------------------------------------------------------------
+// Byte sinks
+
+void CGIA32::ia32_Write8(char byte) {
+  KV_ASSERT(currentFunction);
+  if (currentFunction) currentFunction->Append8((unsigned char)byte);
+}
+
+void CGIA32::ia32_Write16(int value) {
+  KV_ASSERT(currentFunction);
+  if (currentFunction) currentFunction->Append16((uint16_t)value);
+}
+
+void CGIA32::ia32_Write32(int value) {
+  KV_ASSERT(currentFunction);
+  if (currentFunction) currentFunction->Append32((uint32_t)value);
+}
+
+int CGIA32::CodeBufferLength() { return currentFunction ? (int)currentFunction->Length() : 0; }
+
+void CGIA32::CompileLineBefore(TacLine const& line) {
+  if (debug && lineIndex) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+}
+
+// ---------------------------------------------------------------------------
+// Functions
+
+void CGIA32::BeginFunction(string name) {
+  NewFunction(name, false);
+  labels.deleteAll();
+  pendingJumps.deleteAll();
+  funcParams.deleteAll();
+  callParams.deleteAll();
+  localTable = Ref<SymbolTable>();
+  baseRef = nilTacAddr;
+  baseOffset = 0;
+  hasRetval = false;
+  retvalIsFloat = false;
+  ResetRegisters();
+}
+
+void CGIA32::EndFunction() {
+  FinishFunction();
+  localTable = Ref<SymbolTable>();
+  if (pendingJumps.size() > 0) Error(UndefinedLabel);
+}
+
+int CGIA32::ModDisp(int displacement) {
+  return displacement >= -128 && displacement <= 127 ? kModDisp8 : kModDisp32;
+}
+
+int CGIA32::StoredESPOffset() const { return (localTable ? localTable->GetTotalStorage() : 0) + 4; }
+
+int32_t CGIA32::FrameSize() const {
+  if (!hasRetval) return StoredESPOffset();
+  return StoredESPOffset() + (retvalIsFloat ? 8 : 4);
+}
+
+int CGIA32::LocalDisplacement(TacAddr const* addr) {
+  return -(int)(addr->StorageOffset() + addr->type.StorageSize());
+}
+
+string CGIA32::IntrinsicName(int number) const {
+  KV_ASSERT(number >= 0 && (unsigned long)number < intrinsicNames.size());
+  if (number < 0 || (unsigned long)number >= intrinsicNames.size()) return string();
+  return intrinsicNames[(unsigned long)number];
+}
+
+// ---------------------------------------------------------------------------
+// Register cache
+
+int CGIA32::AllocateRegister(int scheme) {
+  for (int r = 0; r < kRegisterCount; ++r) {
+    if (RegMatchesScheme(r, scheme) && !registers[r].Valid()) {
+      registers[r].used = true;
+      return r;
+    }
+  }
+  int oldest = -1;
+  for (int r = 0; r < kRegisterCount; ++r) {
+    if (RegMatchesScheme(r, scheme) && (oldest < 0 || registers[r].clock < registers[oldest].clock))
+      oldest = r;
+  }
+  KV_ASSERT(oldest >= 0);
+  if (oldest < 0) oldest = kEAX;
+  Touch(&registers[oldest]);
+  return oldest;
+}
+
+void CGIA32::Touch(RegisterState* state) {
+  state->Clear();
+  state->used = true;
+}
+
+void CGIA32::ResetRegisters() {
+  for (RegisterState& state : registers) {
+    state.Clear();
+    state.used = false;
+    state.clock = 0;
+  }
+}
+
+void CGIA32::InvalidateRegisters() {
+  for (RegisterState& state : registers) state.Clear();
+}
+
+// ---------------------------------------------------------------------------
+// Operands
+
+void CGIA32::LoadGlobal(TacAddr const* addr, int extra) {
+  string name = addr->LinkName();
+  MarkImport(Import::kDataIA32, name, extra);
+  unsigned int size = (unsigned int)addr->type.StorageSize();
+  unsigned int present = 0;
+  if (module->globalSizes.GetEntry(name, present) && present >= size) return;
+  module->globalSizes.AddEntry(name, size);
+}
+
+int CGIA32::LoadBase(int scheme) { return LoadTacAddr(baseRef, scheme); }
+
+int CGIA32::LoadTacAddr(TacAddr const* addr, int scheme) {
+  int noted = -1;
+  for (int r = 0; r < kRegisterCount; ++r) {
+    if (!registers[r].Contains(addr)) continue;
+    noted = r;
+    if (RegMatchesScheme(r, scheme)) {
+      registers[r].clock = (int32_t)HitClock();
+      return r;
+    }
+  }
+  // Booleans are stored to object fields a byte at a time.
+  if (addr->type.GetMainType() == kTypeBoolean && (scheme & kSchemeByte) != 0) scheme &= kSchemeByte;
+  int r = AllocateRegister(scheme);
+
+  if (noted >= 0) {
+    ia32_mov(kModRegister, r, noted);
+  } else if (addr->IsConstant()) {
+    IRValue const& value = addr->GetValue();
+    if (addr->type.GetMainType() == kTypeString) {
+      // The empty literal is the nil string and needs no record.
+      if (value.text.Length() > 0) MarkImport(Import::kStringIA32, value.text, 1);
+      ia32_mov_imm32(r, 0);
+    } else if (value.sint32 != 0) {
+      ia32_mov_imm32(r, value.sint32);
+    } else {
+      ia32_xor(kModRegister, r, r);
+    }
+  } else if (addr->GetStorageClass() == LocalStorage) {
+    int d = LocalDisplacement(addr);
+    ia32_mov(ModDisp(d), r, kEBP, d);
+  } else if (addr->GetStorageClass() == StaticStorage) {
+    LoadGlobal(addr, 2);
+    ia32_mov(kModNoDisp, r, kRMAbsolute, 0);
+  } else {
+    int rest = SchemeExclude(r, scheme);
+    int base;
+    if (rest != 0) {
+      base = LoadBase(rest);
+    } else {
+      base = LoadBase(scheme);
+      registers[r].Clear();
+    }
+    int d = FieldDisplacement(addr);
+    ia32_mov(ModDisp(d), r, base, d);
+  }
+  registers[r].Record(addr);
+  return r;
+}
+
+void CGIA32::StoreTacAddr(int reg, TacAddr const* addr) {
+  KV_ASSERT(!addr->IsConstant());
+  if (addr->IsConstant()) return;
+  // A register that held the old value may also hold others that shared it;
+  // which of them are still equal is not known, so all go.
+  for (RegisterState& state : registers) {
+    if (state.Contains(addr)) state.Clear();
+  }
+  registers[reg].Record(addr);
+
+  if (addr->GetStorageClass() == LocalStorage) {
+    int d = LocalDisplacement(addr);
+    ia32_mov_backwards(ModDisp(d), reg, kEBP, d);
+  } else if (addr->GetStorageClass() == StaticStorage) {
+    int s = AllocateRegister(SchemeExclude(reg, kSchemeGeneral));
+    LoadGlobal(addr, 1);
+    ia32_mov_imm32(s, 0);
+    ia32_mov_backwards(kModNoDisp, reg, s);
+  } else if (addr->type.GetMainType() == kTypeBoolean) {
+    // One byte of the slot: new objects come zeroed, so the rest stays 0.
+    int value = reg;
+    if (!RegMatchesScheme(reg, kSchemeByte)) {
+      value = AllocateRegister(SchemeExclude(reg, kSchemeByte));
+      ia32_mov(kModRegister, value, reg);
+    }
+    int base = LoadBase(SchemeExclude(value, SchemeExclude(reg, kSchemeGeneral)));
+    int d = FieldDisplacement(addr);
+    ia32_mov8_backwards(ModDisp(d), value, base, d);
+  } else {
+    int base = LoadBase(SchemeExclude(reg, kSchemeGeneral));
+    int d = FieldDisplacement(addr);
+    ia32_mov_backwards(ModDisp(d), reg, base, d);
+  }
+}
+
+void CGIA32::PushTacAddr(TacAddr const* addr) {
+  for (int r = 0; r < kRegisterCount; ++r) {
+    if (registers[r].Contains(addr)) {
+      registers[r].clock = (int32_t)HitClock();
+      ia32_push(r);
+      return;
+    }
+  }
+  if (addr->IsConstant()) {
+    IRValue const& value = addr->GetValue();
+    if (addr->type.GetMainType() == kTypeString) {
+      if (value.text.Length() > 0) MarkImport(Import::kStringIA32, value.text, 1);
+      ia32_push_imm32(0);
+    } else {
+      ia32_push_imm32(value.sint32);
+    }
+  } else if (addr->GetStorageClass() == LocalStorage) {
+    int d = LocalDisplacement(addr);
+    ia32_push(ModDisp(d), kEBP, d);
+  } else if (addr->GetStorageClass() == ObjectStorage) {
+    int base = LoadBase(kSchemeGeneral);
+    int d = FieldDisplacement(addr);
+    ia32_push(ModDisp(d), base, d);
+  } else {
+    LoadGlobal(addr, 2);
+    ia32_push(kModNoDisp, kRMAbsolute, 0);
+  }
+}
+
+// A constant goes through the stack, since the float unit loads only from
+// memory. An Integer constant in a float position is taken as its value.
+static void SplitFloatConstant(TacAddr const* addr, bool single, uint32_t* low, uint32_t* high) {
+  IRValue const& value = addr->GetValue();
+  if (single) {
+    float f = addr->type.IsFloat() ? value.real32 : (float)value.sint32;
+    memcpy(low, &f, sizeof f);
+    *high = 0;
+    return;
+  }
+  double d = addr->type.IsFloat() ? value.real64 : (double)value.sint32;
+  uint64_t bits;
+  memcpy(&bits, &d, sizeof d);
+  *low = (uint32_t)bits;
+  *high = (uint32_t)(bits >> 32);
+}
+
+void CGIA32::PushFloatTacAddr(TacAddr const* addr) {
+  bool single = addr->type.GetMainType() == kTypeSingle;
+  if (addr->IsConstant()) {
+    uint32_t low, high;
+    SplitFloatConstant(addr, single, &low, &high);
+    if (single) {
+      ia32_push_imm32((int)low);
+      ia32_fld32(kModNoDisp, kRMNeedsSIB);
+      ia32_add_imm32(kModRegister, kESP, 4);
+    } else {
+      ia32_push_imm32((int)high);
+      ia32_push_imm32((int)low);
+      ia32_fld64(kModNoDisp, kRMNeedsSIB);
+      ia32_add_imm32(kModRegister, kESP, 8);
+    }
+    return;
+  }
+  int base, d;
+  if (addr->GetStorageClass() == LocalStorage) {
+    base = kEBP;
+    d = LocalDisplacement(addr);
+  } else if (addr->GetStorageClass() == StaticStorage) {
+    LoadGlobal(addr, 1);
+    int r = AllocateRegister(kSchemeGeneral);
+    ia32_mov_imm32(r, 0);
+    if (single) ia32_fld32(kModNoDisp, r);
+    else ia32_fld64(kModNoDisp, r);
+    return;
+  } else {
+    base = LoadBase(kSchemeGeneral);
+    d = FieldDisplacement(addr);
+  }
+  if (single) ia32_fld32(ModDisp(d), base, d);
+  else ia32_fld64(ModDisp(d), base, d);
+}
+
+void CGIA32::PopFloatTacAddr(TacAddr const* addr) {
+  KV_ASSERT(!addr->IsConstant());
+  bool single = addr->type.GetMainType() == kTypeSingle;
+  if (addr->IsConstant()) {
+    // Nowhere to go: popped into scratch so the float stack stays empty.
+    ia32_sub_imm32(kModRegister, kESP, 8);
+    ia32_fstp64(kModNoDisp, kRMNeedsSIB);
+    ia32_add_imm32(kModRegister, kESP, 8);
+    return;
+  }
+  int base, d;
+  if (addr->GetStorageClass() == LocalStorage) {
+    base = kEBP;
+    d = LocalDisplacement(addr);
+  } else if (addr->GetStorageClass() == StaticStorage) {
+    LoadGlobal(addr, 1);
+    int r = AllocateRegister(kSchemeGeneral);
+    ia32_mov_imm32(r, 0);
+    if (single) ia32_fstp32(kModNoDisp, r);
+    else ia32_fstp64(kModNoDisp, r);
+    return;
+  } else {
+    base = LoadBase(kSchemeGeneral);
+    d = FieldDisplacement(addr);
+  }
+  if (single) ia32_fstp32(ModDisp(d), base, d);
+  else ia32_fstp64(ModDisp(d), base, d);
+}
+
+// ---------------------------------------------------------------------------
+// Labels, jumps and calls
+
+int CGIA32::FindLabel(int label, int extra) {
+  int field = CodeBufferLength() + extra;
+  // Backward jumps mostly close inner loops, whose labels were placed last.
+  for (unsigned long i = labels.size(); i-- > 0;) {
+    if (labels[i].label == label) return labels[i].position - field - 4;
+  }
+  pendingJumps.push_back(LabelPosition{label, field});
+  return 0;
+}
+
+int CGIA32::LocalJump(void (IA32OpWriter::*writer)(int)) {
+  (this->*writer)(0);
+  return CodeBufferLength() - 4;
+}
+
+void CGIA32::PatchLocalJump(int field) {
+  currentFunction->Set32((unsigned)field, (unsigned long)(uint32_t)(CodeBufferLength() - (field + 4)));
+}
+
+void CGIA32::PushCallParameters() {
+  for (unsigned long i = callParams.size(); i-- > 0;) {
+    TacAddr const* param = callParams[i];
+    if (!param->type.IsFloat()) {
+      PushTacAddr(param);
+    } else if (param->type.GetMainType() == kTypeSingle) {
+      PushFloatTacAddr(param);
+      ia32_sub_imm32(kModRegister, kESP, 4);
+      ia32_fstp32(kModNoDisp, kRMNeedsSIB);
+    } else {
+      PushFloatTacAddr(param);
+      ia32_sub_imm32(kModRegister, kESP, 8);
+      ia32_fstp64(kModNoDisp, kRMNeedsSIB);
+    }
+  }
+}
+
+void CGIA32::ClearCallParameters() {
+  callParams.count = 0;
+  int s = -StoredESPOffset();
+  ia32_mov(ModDisp(s), kESP, kEBP, s);
+}
+
+void CGIA32::GetReturnedResult(TacAddr const* addr) {
+  if (addr == nilTacAddr) return;
+  if (addr->type.IsFloat()) {
+    PopFloatTacAddr(addr);
+    return;
+  }
+  // Only the low byte of a returned Boolean is defined.
+  if (addr->type.GetMainType() == kTypeBoolean) ia32_and_imm8_se(kModRegister, kEAX, 1);
+  StoreTacAddr(kEAX, addr);
+}
+
+void CGIA32::CallSequenceStart() { PushCallParameters(); }
+
+void CGIA32::CallSequenceEnd(TacAddr const* result) {
+  ClearCallParameters();
+  InvalidateRegisters();
+  GetReturnedResult(result);
+}
+
+void CGIA32::CallRuntime(int intrinsic, int argumentBytes) {
+  MarkImport(Import::kCallIA32, IntrinsicName(intrinsic), 1);
+  ia32_call_disp32(0);
+  ia32_add_imm32(kModRegister, kESP, argumentBytes);
+  InvalidateRegisters();
+}
+
+// ---------------------------------------------------------------------------
+// Prolog and epilog
+
+void CGIA32::WriteProlog(int frameSize) {
+  ia32_push(kEBP);
+  ia32_mov(kModRegister, kEBP, kESP);
+  ia32_sub_imm32(kModRegister, kESP, frameSize);
+  if (registers[kEBX].used) ia32_push(kEBX);
+  if (registers[kESI].used) ia32_push(kESI);
+  if (registers[kEDI].used) ia32_push(kEDI);
+  // Always the long form: a handler's resume code reloads from the same place.
+  ia32_mov_backwards(kModDisp32, kESP, kEBP, -StoredESPOffset());
+}
+
+void CGIA32::CopyParameters() {
+  int offset = kFirstArgumentOffset;
+  for (unsigned long i = funcParams.size(); i-- > 0;) {
+    TacAddr const* param = funcParams[i];
+    KV_ASSERT(param->GetStorageClass() == LocalStorage);
+    ia32_mov(kModRegister, kEAX, kEBP);
+    if (param->type.IsFloat()) {
+      if (param->type.GetMainType() == kTypeSingle) ia32_fld32(ModDisp(offset), kEAX, offset);
+      else ia32_fld64(ModDisp(offset), kEAX, offset);
+      PopFloatTacAddr(param);
+    } else {
+      ia32_mov(ModDisp(offset), kEAX, kEAX, offset);
+      StoreTacAddr(kEAX, param);
+    }
+    offset += param->type.StorageSize();
+  }
+  funcParams.deleteAll();
+}
+
+void CGIA32::WriteEpilog(int frameSize) {
+  if (hasRetval) {
+    if (retvalIsFloat) ia32_fld64(ModDisp(-frameSize), kEBP, -frameSize);
+    else ia32_mov(ModDisp(-frameSize), kEAX, kEBP, -frameSize);
+  }
+  if (registers[kEDI].used) ia32_pop(kEDI);
+  if (registers[kESI].used) ia32_pop(kESI);
+  if (registers[kEBX].used) ia32_pop(kEBX);
+  ia32_add_imm32(kModRegister, kESP, frameSize);
+  // pop ebp; ret: the exception scan stops at these two bytes.
+  ia32_pop(kEBP);
+  ia32_ret_near();
+}
+
+void CGIA32::tac_Return(TacLine const&) {
+  Ref<FunctionBlock> body = currentFunction;
+  currentFunction.BindNewObject(new FunctionBlock(false));
+  currentFunction->name = body->name;
+  int frameSize = FrameSize();
+  WriteProlog(frameSize);
+  CopyParameters();
+  AdjustImportListOffsets(CodeBufferLength());
+  currentFunction->Append(body);
+  body = Ref<FunctionBlock>();
+  MakeImportListPermanent(currentFunction);
+  WriteEpilog(frameSize);
+  EndFunction();
+}
+
+void CGIA32::tac_Stop(TacLine const& line) { tac_Return(line); }
+
+void CGIA32::tac_PutRetval(TacLine const& line) {
+  hasRetval = true;
+  int s = StoredESPOffset();
+  if (line.a->type.IsFloat()) {
+    retvalIsFloat = true;
+    PushFloatTacAddr(line.a);
+    ia32_fstp64(ModDisp(-(s + 8)), kEBP, -(s + 8));
+  } else {
+    retvalIsFloat = false;
+    int r = LoadTacAddr(line.a, kSchemeGeneral);
+    ia32_mov_backwards(ModDisp(-(s + 4)), r, kEBP, -(s + 4));
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Moves and memory
+
+void CGIA32::tac_Noop(TacLine const&) { ia32_nop(); }
+
+void CGIA32::tac_Debugout(TacLine const&) {}
+
+void CGIA32::tac_Store(TacLine const& line) {
+  if (line.a->type.IsFloat()) {
+    PushFloatTacAddr(line.a);
+    PopFloatTacAddr(line.c);
+  } else if (line.c->type.IsFloat() && !line.a->IsConstant()) {
+    // An integer into a float variable converts on the way, as tac_ItoD does.
+    int r = LoadTacAddr(line.a, kSchemeGeneral);
+    ia32_push(r);
+    ia32_fild(kModNoDisp, kRMNeedsSIB);
+    ia32_pop(r);
+    PopFloatTacAddr(line.c);
+  } else if (line.c->type.IsFloat()) {
+    PushFloatTacAddr(line.a);
+    PopFloatTacAddr(line.c);
+  } else {
+    StoreTacAddr(LoadTacAddr(line.a, kSchemeGeneral), line.c);
+  }
+}
+
+void CGIA32::tac_Varptr(TacLine const& line) {
+  TacAddr const* a = line.a;
+  int r;
+  if (a->GetStorageClass() == LocalStorage) {
+    r = AllocateRegister(kSchemeGeneral);
+    int d = LocalDisplacement(a);
+    ia32_lea(ModDisp(d), r, kEBP, d);
+  } else if (a->GetStorageClass() == StaticStorage) {
+    LoadGlobal(a, 1);
+    r = AllocateRegister(kSchemeGeneral);
+    ia32_mov_imm32(r, 0);
+  } else {
+    r = LoadBase(kSchemeGeneral);
+    Touch(&registers[r]);
+    ia32_add_imm32(kModRegister, r, FieldDisplacement(a));
+  }
+  StoreTacAddr(r, line.c);
+}
+
+void CGIA32::Peek(TacLine const& line, bool byteLoad) {
+  int p = LoadTacAddr(line.a, kSchemeGeneral);
+  int d = AllocateRegister(SchemeExclude(p, byteLoad ? kSchemeByte : kSchemeGeneral));
+  TacAddr const* b = line.b;
+  int index = -1;
+  if (b != nilTacAddr && !b->IsConstant())
+    index = LoadTacAddr(b, SchemeExclude(d, SchemeExclude(p, kSchemeGeneral)));
+  if (byteLoad) ia32_xor(kModRegister, d, d);
+
+  if (b == nilTacAddr) {
+    if (byteLoad) ia32_mov8(kModNoDisp, d, p);
+    else ia32_mov(kModNoDisp, d, p);
+  } else if (index < 0) {
+    int disp = b->GetValue().sint32;
+    if (byteLoad) ia32_mov8(ModDisp(disp), d, p, disp);
+    else ia32_mov(ModDisp(disp), d, p, disp);
+  } else {
+    if (byteLoad) ia32_mov8(kModNoDisp, d, kRMNeedsSIB, 0, index, p);
+    else ia32_mov(kModNoDisp, d, kRMNeedsSIB, 0, index, p);
+  }
+  StoreTacAddr(d, line.c);
+}
+
+void CGIA32::PeekFloat(TacLine const& line, bool wide) {
+  int p = LoadTacAddr(line.a, kSchemeGeneral);
+  TacAddr const* b = line.b;
+  int disp = 0;
+  int mod = kModNoDisp;
+  if (b != nilTacAddr && b->IsConstant()) {
+    disp = b->GetValue().sint32;
+    mod = ModDisp(disp);
+  } else if (b != nilTacAddr) {
+    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
+    Touch(&registers[p]);
+    ia32_add(kModRegister, p, index);
+  }
+  if (mod == kModNoDisp) {
+    if (wide) ia32_fld64(kModNoDisp, p);
+    else ia32_fld32(kModNoDisp, p);
+  } else {
+    if (wide) ia32_fld64(mod, p, disp);
+    else ia32_fld32(mod, p, disp);
+  }
+  PopFloatTacAddr(line.c);
+}
+
+void CGIA32::Poke(TacLine const& line, bool byteStore) {
+  int v = LoadTacAddr(line.a, byteStore ? kSchemeByte : kSchemeGeneral);
+  int p = LoadTacAddr(line.c, SchemeExclude(v, kSchemeGeneral));
+  TacAddr const* b = line.b;
+  if (b == nilTacAddr) {
+    if (byteStore) ia32_mov8_backwards(kModNoDisp, v, p);
+    else ia32_mov_backwards(kModNoDisp, v, p);
+  } else if (b->IsConstant()) {
+    int disp = b->GetValue().sint32;
+    if (byteStore) ia32_mov8_backwards(ModDisp(disp), v, p, disp);
+    else ia32_mov_backwards(ModDisp(disp), v, p, disp);
+  } else {
+    int index = LoadTacAddr(b, SchemeExclude(p, SchemeExclude(v, kSchemeGeneral)));
+    if (byteStore) ia32_mov8_backwards(kModNoDisp, v, kRMNeedsSIB, 0, index, p);
+    else ia32_mov_backwards(kModNoDisp, v, kRMNeedsSIB, 0, index, p);
+  }
+}
+
+void CGIA32::PokeFloat(TacLine const& line, bool wide) {
+  PushFloatTacAddr(line.a);
+  int p = LoadTacAddr(line.c, kSchemeGeneral);
+  TacAddr const* b = line.b;
+  int disp = 0;
+  int mod = kModNoDisp;
+  if (b != nilTacAddr && b->IsConstant()) {
+    disp = b->GetValue().sint32;
+    mod = ModDisp(disp);
+  } else if (b != nilTacAddr) {
+    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
+    Touch(&registers[p]);
+    ia32_add(kModRegister, p, index);
+  }
+  if (mod == kModNoDisp) {
+    if (wide) ia32_fstp64(kModNoDisp, p);
+    else ia32_fstp32(kModNoDisp, p);
+  } else {
+    if (wide) ia32_fstp64(mod, p, disp);
+    else ia32_fstp32(mod, p, disp);
+  }
+}
+
+void CGIA32::tac_PeekI(TacLine const& line) { Peek(line, false); }
+void CGIA32::tac_PeekB(TacLine const& line) { Peek(line, true); }
+void CGIA32::tac_PeekF(TacLine const& line) { PeekFloat(line, false); }
+void CGIA32::tac_PeekD(TacLine const& line) { PeekFloat(line, true); }
+void CGIA32::tac_PeekS(TacLine const& line) { Peek(line, false); }
+void CGIA32::tac_PeekO(TacLine const& line) { Peek(line, false); }
+void CGIA32::tac_PokeI(TacLine const& line) { Poke(line, false); }
+void CGIA32::tac_PokeB(TacLine const& line) { Poke(line, true); }
+void CGIA32::tac_PokeF(TacLine const& line) { PokeFloat(line, false); }
+void CGIA32::tac_PokeD(TacLine const& line) { PokeFloat(line, true); }
+void CGIA32::tac_PokeS(TacLine const& line) { Poke(line, false); }
+void CGIA32::tac_PokeO(TacLine const& line) { Poke(line, false); }
+
+// ---------------------------------------------------------------------------
+// Arithmetic
+
+void CGIA32::BinaryInts(TacLine const& line, int* x, int* y) {
+  *x = LoadTacAddr(line.a, kSchemeGeneral);
+  *y = LoadTacAddr(line.b, SchemeExclude(*x, kSchemeGeneral));
+}
+
+void CGIA32::BinaryFloats(TacAddr const* first, TacAddr const* second) {
+  PushFloatTacAddr(first);
+  PushFloatTacAddr(second);
+}
+
+void CGIA32::IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int)) {
+  int x, y;
+  BinaryInts(line, &x, &y);
+  Touch(&registers[x]);
+  (this->*op)(kModRegister, x, y);
+  StoreTacAddr(x, line.c);
+}
+
+void CGIA32::FloatArithmetic(TacLine const& line, void (IA32OpWriter::*op)()) {
+  BinaryFloats(line.a, line.b);
+  (this->*op)();
+  PopFloatTacAddr(line.c);
+}
+
+void CGIA32::tac_AddI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_add); }
+void CGIA32::tac_SubI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_sub); }
+void CGIA32::tac_MulI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_imul); }
+void CGIA32::tac_AddD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_faddp); }
+void CGIA32::tac_SubD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_fsubp); }
+void CGIA32::tac_MulD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_fmulp); }
+void CGIA32::tac_DivD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_fdivp); }
+
+// idiv traps on a zero divisor and on the smallest integer divided by -1, so
+// both are taken aside: by zero the quotient is 0 and the remainder the
+// dividend; by -1 the quotient is the wrapped negation and the remainder 0.
+void CGIA32::DivideEAX(TacLine const& line, bool remainder) {
+  LoadTacAddr(line.a, kSchemeEAX);
+  int y = LoadTacAddr(line.b, SchemeExclude(kEDX, SchemeExclude(kEAX, kSchemeGeneral)));
+  Touch(&registers[kEAX]);
+  Touch(&registers[kEDX]);
+
+  ia32_cmp_imm32(kModRegister, y, 0);
+  int byZero = LocalJump(&IA32OpWriter::ia32_je);
+  ia32_cmp_imm32(kModRegister, y, -1);
+  int byMinusOne = LocalJump(&IA32OpWriter::ia32_je);
+  ia32_cdq();
+  ia32_idiv(kModRegister, y);
+  int divided = LocalJump(&IA32OpWriter::ia32_jmp);
+
+  PatchLocalJump(byMinusOne);
+  if (remainder) ia32_xor(kModRegister, kEDX, kEDX);
+  else ia32_negi(kModRegister, kEAX);
+  int negated = LocalJump(&IA32OpWriter::ia32_jmp);
+
+  PatchLocalJump(byZero);
+  if (remainder) ia32_mov(kModRegister, kEDX, kEAX);
+  else ia32_mov_imm32(kEAX, 0);
+
+  PatchLocalJump(divided);
+  PatchLocalJump(negated);
+  StoreTacAddr(remainder ? kEDX : kEAX, line.c);
+}
+
+void CGIA32::tac_DivI(TacLine const& line) { DivideEAX(line, false); }
+void CGIA32::tac_ModI(TacLine const& line) { DivideEAX(line, true); }
+
+void CGIA32::tac_PowD(TacLine const& line) {
+  callParams.push_back(line.a);
+  callParams.push_back(line.b);
+  CallSequenceStart();
+  MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicPow), 1);
+  ia32_call_disp32(0);
+  CallSequenceEnd(line.c);
+}
+
+void CGIA32::tac_NegI(TacLine const& line) {
+  int x = LoadTacAddr(line.a, kSchemeGeneral);
+  Touch(&registers[x]);
+  ia32_negi(kModRegister, x);
+  StoreTacAddr(x, line.c);
+}
+
+void CGIA32::tac_NegD(TacLine const& line) {
+  PushFloatTacAddr(line.a);
+  ia32_fchs();
+  PopFloatTacAddr(line.c);
+}
+
+// ---------------------------------------------------------------------------
+// Comparisons and conversions
+
+void CGIA32::IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int)) {
+  int x, y;
+  BinaryInts(line, &x, &y);
+  int r = AllocateRegister(SchemeExclude(y, SchemeExclude(x, kSchemeByte)));
+  ia32_cmp(kModRegister, x, y);
+  (this->*set)(kModRegister, r);
+  ia32_and_imm8_se(kModRegister, r, 1);
+  StoreTacAddr(r, line.c);
+}
+
+// fcompp has left the comparison of st0 with st1 in C0, C2 and C3.
+void CGIA32::FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int, int),
+                          TacAddr const* c) {
+  ia32_fcompp();
+  ia32_fnstsw();
+  Touch(&registers[kEAX]);
+  ia32_and_imm32(kModRegister, kEAX, mask);
+  ia32_cmp_imm32(kModRegister, kEAX, expected);
+  int r = AllocateRegister(kSchemeByte);
+  (this->*set)(kModRegister, r);
+  ia32_and_imm8_se(kModRegister, r, 1);
+  StoreTacAddr(r, c);
+}
+
+void CGIA32::tac_EQI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_sete); }
+void CGIA32::tac_NEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setne); }
+void CGIA32::tac_LTI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setl); }
+void CGIA32::tac_LEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setle); }
+
+// Equal and ordered: C3 alone of C3 and C2.
+void CGIA32::tac_EQD(TacLine const& line) {
+  BinaryFloats(line.a, line.b);
+  FloatCompare(kFpuC3 | kFpuC2, kFpuC3, &IA32OpWriter::ia32_sete, line.c);
+}
+
+void CGIA32::tac_NED(TacLine const& line) {
+  BinaryFloats(line.a, line.b);
+  FloatCompare(kFpuC3 | kFpuC2, kFpuC3, &IA32OpWriter::ia32_setne, line.c);
+}
+
+// With `a` in st0: a below b and ordered, C0 alone of C0 and C2.
+void CGIA32::tac_LTD(TacLine const& line) {
+  BinaryFloats(line.b, line.a);
+  FloatCompare(kFpuC0 | kFpuC2, kFpuC0, &IA32OpWriter::ia32_sete, line.c);
+}
+
+// With `b` in st0: not (b below a), so an unordered pair gives true.
+void CGIA32::tac_LED(TacLine const& line) {
+  BinaryFloats(line.a, line.b);
+  FloatCompare(kFpuC0 | kFpuC2, kFpuC0, &IA32OpWriter::ia32_setne, line.c);
+}
+
+void CGIA32::tac_ItoD(TacLine const& line) {
+  int r = LoadTacAddr(line.a, kSchemeGeneral);
+  ia32_push(r);
+  ia32_fild(kModNoDisp, kRMNeedsSIB);
+  ia32_pop(r);
+  PopFloatTacAddr(line.c);
+}
+
+// Truncation through a passing change of the rounding mode; ecx keeps the
+// old control word meanwhile, and a pushed word serves as scratch.
+void CGIA32::tac_DtoI(TacLine const& line) {
+  Touch(&registers[kECX]);
+  Touch(&registers[kEAX]);
+  ia32_push(kECX);
+  ia32_fnstcw(kModNoDisp, kRMNeedsSIB);
+  ia32_WriteOpcode(kOperandSizePrefix);
+  ia32_mov(kModNoDisp, kECX, kRMNeedsSIB, 0, kSIBNoIndex, kESP);
+  ia32_or_imm16(kModNoDisp, kRMNeedsSIB, 0, kSIBNoIndex, kESP, kFpuRoundTowardZero);
+  ia32_fldcw(kModNoDisp, kRMNeedsSIB);
+
+  PushFloatTacAddr(line.a);
+  ia32_push(kEAX);
+  ia32_fistp(kModNoDisp, kRMNeedsSIB);
+  int r = AllocateRegister(SchemeExclude(kECX, kSchemeByte));
+  ia32_pop(r);
+
+  ia32_WriteOpcode(kOperandSizePrefix);
+  ia32_mov_backwards(kModNoDisp, kECX, kRMNeedsSIB, 0, kSIBNoIndex, kESP);
+  ia32_fldcw(kModNoDisp, kRMNeedsSIB);
+  StoreTacAddr(r, line.c);
+  ia32_pop(kECX);
+  Touch(&registers[kECX]);
+}
+
+// ---------------------------------------------------------------------------
+// Flow
+
+void CGIA32::tac_Label(TacLine const& line) {
+  if (line.a->type.GetMainType() == kTypeString) {
+    BeginFunction(line.a->GetValue().text);
+    return;
+  }
+  InvalidateRegisters();
+  int label = line.a->GetValue().sint32;
+  int here = CodeBufferLength();
+  labels.push_back(LabelPosition{label, here});
+  for (unsigned long i = pendingJumps.size(); i-- > 0;) {
+    if (pendingJumps[i].label != label) continue;
+    int field = pendingJumps[i].position;
+    currentFunction->Set32((unsigned)field, (unsigned long)(uint32_t)(here - (field + 4)));
+    pendingJumps.deleteIdx(i);
+  }
+}
+
+void CGIA32::tac_Jump(TacLine const& line) { ia32_jmp(FindLabel(line.c->GetValue().sint32, 1)); }
+
+void CGIA32::IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int)) {
+  int x, y;
+  BinaryInts(line, &x, &y);
+  ia32_cmp(kModRegister, x, y);
+  (this->*jump)(FindLabel(line.c->GetValue().sint32, 2));
+}
+
+void CGIA32::tac_IfEQI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_je); }
+void CGIA32::tac_IfNEI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jne); }
+void CGIA32::tac_IfLTI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jl); }
+
+// ---------------------------------------------------------------------------
+// Reference counts
+
+static int PickByCountedType(TacAddr const* addr, int stringCall, int objectCall, int arrayCall) {
+  switch (addr->type.GetMainType()) {
+    case kTypeString: return stringCall;
+    case kTypeObject: return objectCall;
+    case kTypeArray: return arrayCall;
+    default: return -1;
+  }
+}
+
+void CGIA32::StoreZero(TacAddr const* addr) {
+  StoreTacAddr(LoadTacAddr(gTacZero, kSchemeGeneral), addr);
+}
+
+void CGIA32::tac_Lock(TacLine const& line) {
+  int call = PickByCountedType(line.a, kIntrinsicLockString, kIntrinsicLockObject, kIntrinsicLockArray);
+  KV_ASSERT(call >= 0);
+  if (call < 0) return;
+  PushTacAddr(line.a);
+  CallRuntime(call, 4);
+}
+
+void CGIA32::tac_Unlock(TacLine const& line) {
+  int call = PickByCountedType(line.a, kIntrinsicUnlockString, kIntrinsicUnlockObject,
+                               kIntrinsicUnlockArray);
+  KV_ASSERT(call >= 0);
+  if (call < 0) return;
+  PushTacAddr(line.a);
+  CallRuntime(call, 4);
+  StoreZero(line.a);
+}
+
+void CGIA32::tac_SwapLocks(TacLine const& line) {
+  int call = PickByCountedType(line.a, kIntrinsicLockUnlockStrings, kIntrinsicLockUnlockObjects,
+                               kIntrinsicLockUnlockArrays);
+  KV_ASSERT(call >= 0);
+  if (call < 0) return;
+  PushTacAddr(line.b);
+  PushTacAddr(line.a);
+  CallRuntime(call, 8);
+  StoreZero(line.b);
+}
+
+// ---------------------------------------------------------------------------
+// Calls
+
+void CGIA32::tac_PutParam(TacLine const& line) { callParams.push_back(line.a); }
+void CGIA32::tac_GetParam(TacLine const& line) { funcParams.push_back(line.c); }
+
+void CGIA32::tac_Intrinsic(TacLine const& line) {
+  CallSequenceStart();
+  MarkImport(Import::kCallIA32, IntrinsicName(line.a->GetValue().sint32), 1);
+  ia32_call_disp32(0);
+  CallSequenceEnd(line.c);
+}
+
+void CGIA32::tac_Call(TacLine const& line) {
+  CallSequenceStart();
+  MarkImport(Import::kCallIA32, line.a->GetValue().text, line.b->GetValue().text, 1);
+  ia32_call_disp32(0);
+  CallSequenceEnd(line.c);
+}
+
+void CGIA32::tac_CallPtr(TacLine const& line) {
+  CallSequenceStart();
+  int r = LoadTacAddr(line.a, kSchemeGeneral);
+  ia32_call(kModRegister, r);
+  CallSequenceEnd(line.c);
+}
+
+void CGIA32::tac_CallPtrVarargs(TacLine const& line) { tac_CallPtr(line); }
+
+void CGIA32::tac_FuncPtr(TacLine const& line) {
+  int r = AllocateRegister(kSchemeGeneral);
+  MarkImport(Import::kCodePtrIA32, line.a->GetValue().text, line.b->GetValue().text, 1);
+  ia32_mov_imm32(r, 0);
+  StoreTacAddr(r, line.c);
+}
+
+void CGIA32::tac_Symbols(TacLine const& line) {
+  long at = line.a->GetValue().sint32;
+  KV_ASSERT(symbols && at >= 0 && (unsigned long)at < symbols->CountTables());
+  if (symbols && at >= 0 && (unsigned long)at < symbols->CountTables())
+    localTable = symbols->GetTable((unsigned long)at);
+}
+
+void CGIA32::tac_Baseref(TacLine const& line) {
+  baseRef = line.a;
+  if (line.b->IsConstant()) baseOffset = line.b->GetValue().sint32;
+}
+
+// ---------------------------------------------------------------------------
+// Exception markers
+
+void CGIA32::WriteMarkerBlock(uint32_t marker) {
+  ia32_jmp(kTryMarkerJumpDistance);
+  ia32_Write32((int)marker);
+}
+
+void CGIA32::tac_BeginTry(TacLine const&) { WriteMarkerBlock(kExceptionTryBeginMarker); }
+void CGIA32::tac_EndTry(TacLine const&) { WriteMarkerBlock(kExceptionTryEndMarker); }
+
+void CGIA32::tac_HandleException(TacLine const& line) {
+  int start = CodeBufferLength();
+  // With no label to go to, normal flow runs on into the handler's code.
+  bool fallsIn = line.c == nilTacAddr;
+  int jumpField = start + 1;
+  ia32_jmp(fallsIn ? 0 : FindLabel(line.c->GetValue().sint32, 1));
+  ia32_Write32((int)kExceptionSwitchMarker);
+  ia32_Write16(0);
+  ia32_Write16(line.a == nilTacAddr ? 0 : LocalDisplacement(line.a));
+  KV_ASSERT(CodeBufferLength() - start == kSwitchBlockResumeOffset);
+  ia32_mov(kModDisp32, kESP, kEBP, -StoredESPOffset());
+  if (fallsIn) PatchLocalJump(jumpField);
+  // The run-time library enters here with nothing known of the registers.
+  InvalidateRegisters();
+}
