@@ -1,6 +1,8 @@
 #include "engine/KVScriptInterface.h"
 
+#include "backend/codestorage.h"
 #include "backend/minilinker.h"
+#include "engine/compiler.h"
 #include "engine/KVScript.h"
 #include "engine/PluginMain.h"
 #include "foundation/utility.h"
@@ -119,8 +121,17 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration*) {}
 
 void KVScriptInterface::Precompile() {
   if (!mSource || mCode) return;
-  // The compiler driver is not in the engine yet: with nothing to compile
-  // the source to, no image is made and Run executes nothing.
+  Compiler compiler;
+  // The intrinsic list and the library's prefix module come with the
+  // run-time library; until then the compiler keeps its empty names and the
+  // miner makes a module of its own, into which nothing host-side can be
+  // encoded.
+  compiler.targetFamily = kTargetIA32;
+  compiler.SetPrefix(nullptr);
+  compiler.SetDelegate(this);
+  Ref<CodeModule> module = compiler.Compile(mSource);
+  // Linking comes with the mini-linker: until then a module that compiled
+  // yields no image, and Run executes nothing.
 }
 
 void KVScriptInterface::Run() {

@@ -78,16 +78,20 @@ int RunScript(char const* name, std::string const& text) {
   VELDstringStruct* source = StandInString(text.data(), (long)text.size(), kEncodingUTF8);
   StandInSetStringProperty(script, "Source", source);
   VELDUnlockString(source);
+  // A source that doesn't compile is reported once, not again by Run.
   StandInCallMethod(script, "Precompile");
-  StandInCallMethod(script, "Run");
-
   long state = 0;
   StandInGetIntegerProperty(script, "State", &state);
+  if (state != ScriptStateError) {
+    StandInCallMethod(script, "Run");
+    StandInGetIntegerProperty(script, "State", &state);
+  }
+
   bool compiled = KvScriptDataOf(script)->interpreter->Code() != nullptr;
   if (!compiled && state != ScriptStateError)
     fprintf(stderr,
-            "kvscript: the compiler is not built yet; %s (%lu bytes) was accepted, "
-            "compiled to nothing and ran nothing; state %ld\n",
+            "kvscript: the compiler does not generate code yet; %s (%lu bytes) was "
+            "accepted, compiled to nothing and ran nothing; state %ld\n",
             name, (unsigned long)text.size(), state);
   VELDUnlockObject(script);
   return state == ScriptStateComplete ? 0 : 1;

@@ -398,6 +398,24 @@ TEST_F(KvScriptTest, ACompileErrorRaisesTheEventThenSetsStateThree) {
   EXPECT_EQ(ScriptStateError, StateOf(mScript));
 }
 
+// The whole path from the parser's report to the host's event.
+TEST_F(KvScriptTest, ASyntaxErrorInTheSourceReachesTheHostOnEveryCompile) {
+  HandleAllEvents();
+  SetSource("Print 1 +");
+  ASSERT_TRUE(StandInCallMethod(mScript, "Precompile"));
+  EXPECT_EQ(ScriptStateError, StateOf(mScript)) << "although nothing ran";
+  ASSERT_EQ(1u, sLog.compileReports.size());
+  EXPECT_EQ(SyntaxError, sLog.compileReports[0].number);
+  EXPECT_EQ(0, sLog.compileReports[0].line);
+  EXPECT_EQ(nullptr, Engine()->Code());
+  // Run resets, compiles again, reports again and ends in the error state.
+  ASSERT_TRUE(StandInCallMethod(mScript, "Run"));
+  EXPECT_EQ(ScriptStateError, StateOf(mScript));
+  ASSERT_EQ(2u, sLog.compileReports.size());
+  EXPECT_EQ(ScriptStateRunning, sLog.compileReports[1].stateDuringEvent);
+  EXPECT_TRUE(sLog.printed.empty());
+}
+
 TEST_F(KvScriptTest, RunTimeErrorsNameTheHostExceptionClassByCode) {
   HandleAllEvents();
   struct Case {

@@ -1,0 +1,150 @@
+// The plug-in entry and the wrapper layer: what gets registered with which
+// host, how wrappers behave when the host lacks an entry, and the records
+// that cross the boundary.
+#include <gtest/gtest.h>
+
+#include "HostedTest.h"
+#include "engine/KVScript.h"
+#include "engine/KVScriptInterface.h"
+
+namespace {
+
+TEST(VELDstringStruct, NullIsTheEmptyString) {
+  EXPECT_EQ(0, VELDstringStruct::Length(nullptr));
+  EXPECT_STREQ("", VELDstringStruct::CString(nullptr));
+  EXPECT_EQ(0, VELDstringStruct::PString(nullptr)[0]);
+}
+
+TEST(VELDstringStruct, ReadsAStringRecordInPlace) {
+  string s("abc");
+  auto* hostView = AsHostString(s.Storage());
+  EXPECT_EQ(3, VELDstringStruct::Length(hostView));
+  EXPECT_STREQ("abc", VELDstringStruct::CString(hostView));
+  EXPECT_EQ(3, VELDstringStruct::PString(hostView)[0]);
+}
+
+TEST(VELDGetClassData, IsTheObjectPlusTheOffsetTheHostWrote) {
+  VELDclassDefinition definition = {};
+  definition.dataOffset = 40;
+  alignas(4) char object[64] = {};
+  auto* o = reinterpret_cast<VELDobjectStruct*>(object);
+  EXPECT_EQ(object + 40, VELDGetClassData(o, &definition));
+}
+
+using PluginMainTest = HostedTest;
+
+TEST_F(PluginMainTest, AHostOfFourFiveOrLaterGetsTheThreeClasses) {
+  for (char const* name : {"KvScript", "KvScriptException", "KvScriptAlreadyRunningException"})
+    EXPECT_TRUE(StandInIsClassRegistered(name)) << name;
+  VELDobjectStruct* e = VELDnewInstance("KvScriptAlreadyRunningException");
+  EXPECT_TRUE(StandInIsA(e, "KvScriptException"));
+  EXPECT_TRUE(StandInIsA(e, "RuntimeException"));
+  VELDUnlockObject(e);
+  // The host placed the instance data and the record says where.
+  EXPECT_EQ(8, KvScriptClass.dataOffset);
+}
+
+TEST_F(PluginMainTest, AnOlderOrSilentHostGetsNoClass) {
+  struct Case {
+    char const* name;
+    double version;
+    bool withholdVersion;
+  };
+  Case const cases[] = {
+      {"version 4.4", 4.4, false},
+      {"version 0", 0.0, false},
+      {"no VELDGetKVVersion entry", 9.0, true},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    StandInHostReset();
+    StandInSetVersion(c.version);
+    if (c.withholdVersion) StandInWithhold("VELDGetKVVersion");
+    Reload();
+    EXPECT_FALSE(StandInIsClassRegistered("KvScript"));
+    EXPECT_FALSE(StandInIsClassRegistered("KvScriptException"));
+    EXPECT_EQ(nullptr, VELDnewInstance("KvScript"));
+  }
+  EXPECT_EQ(0.0, VELDGetKVVersion());
+}
+
+TEST_F(PluginMainTest, AWrapperAsksAgainWhileItsEntryIsMissing) {
+  StandInWithhold("VELDYieldToKV");
+  Reload();
+  VELDYieldToKV();
+  EXPECT_EQ(0, StandInYieldCount()) << "a missing yield is a no-op";
+  StandInProvide("VELDYieldToKV");
+  VELDYieldToKV();
+  EXPECT_EQ(1, StandInYieldCount()) << "found at the next call, without a reload";
+}
+
+TEST_F(PluginMainTest, WrappersOfMissingEntriesReturnNothing) {
+  for (char const* name :
+       {"PluginRegisterClass", "VELDGetKVVersion", "VELDBuildString", "VELDSetStringEncoding",
+        "VELDConvertString", "VELDUnlockString", "VELDLockObject", "VELDUnlockObject",
+        "PluginNewInstance", "RuntimeRaiseException", "GetEventInstance", "VELDGetStackLimit",
+        "VELDCountClassMethods", "VELDGetClassMethod", "VELDCountClassProperties",
+        "VELDGetClassProperty"})
+    StandInWithhold(name);
+  Reload();
+  VELDstringStruct* s = StandInString("text", kEncodingASCII);
+  EXPECT_EQ(0.0, VELDGetKVVersion());
+  EXPECT_EQ(nullptr, VELDBuildString("x", 1));
+  VELDSetStringEncoding(s, kEncodingUTF8);
+  EXPECT_EQ(kEncodingASCII, s->mEncoding);
+  EXPECT_EQ(nullptr, VELDConvertString(s, kEncodingUTF8));
+  VELDUnlockString(s);
+  EXPECT_EQ(1u, s->mRefCount);
+  EXPECT_EQ(nullptr, VELDnewInstance("RuntimeException"));
+  EXPECT_EQ(nullptr, VELDGetEventInstance(nullptr, &KvScriptEvents[0]));
+  EXPECT_EQ(0u, VELDGetStackLimit());
+  EXPECT_EQ(0u, VELDCountClassMethods(nullptr));
+  EXPECT_EQ(0u, VELDCountClassProperties(nullptr));
+  void* entry = &entry;
+  string declaration;
+  EXPECT_FALSE(VELDGetClassMethod(nullptr, 0, &entry, &declaration));
+  EXPECT_FALSE(VELDGetClassProperty(nullptr, 0, &entry, &entry, nullptr, &declaration));
+  EXPECT_EQ(&entry, entry) << "nothing was written";
+  stringStorage::RemoveReference(AsStringStorage(s));
+}
+
+void Marker() {}
+
+TEST_F(PluginMainTest, TheResolverFunctionsAskTheHostEveryTime) {
+  EXPECT_EQ(nullptr, Resolver("RuntimeAbs"));
+  StandInDefineEntry("RuntimeAbs", reinterpret_cast<void*>(&Marker));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), Resolver("RuntimeAbs"));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), CallResolver("RuntimeAbs"));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), HCallResolver("RuntimeAbs"));
+  EXPECT_EQ(reinterpret_cast<void*>(&StandInResolve), reinterpret_cast<void*>(gResolver));
+}
+
+TEST(KvScriptRecords, RowsPointAtTheirFieldsAndEventsKeepTheirOrder) {
+  struct Row {
+    char const* name;
+    long offset;
+    bool hostWrites;
+  };
+  Row const rows[] = {
+      {"State", kScriptStateOffset, true},
+      {"CurrentLineNumber", kScriptLineNumberOffset, false},
+      {"Source", kScriptSourceOffset, false},
+      {"EncodingFont", kScriptEncodingFontOffset, true},
+      {"Context", kScriptContextOffset, false},
+  };
+  ASSERT_EQ(5, KvScriptClass.propertyCount);
+  for (int i = 0; i < 5; ++i) {
+    SCOPED_TRACE(rows[i].name);
+    EXPECT_STREQ(rows[i].name, KvScriptProperties[i].name);
+    EXPECT_EQ(rows[i].offset, KvScriptProperties[i].param);
+    EXPECT_EQ(kHostAccessesField, KvScriptProperties[i].getter);
+    EXPECT_EQ(rows[i].hostWrites, KvScriptProperties[i].setter == kHostAccessesField);
+  }
+  EXPECT_EQ(nullptr, KvScriptProperties[1].setter) << "CurrentLineNumber is read-only";
+  EXPECT_STREQ("Input(prompt As String) As String", KvScriptEvents[kKvScriptInputEvent].declaration);
+  EXPECT_STREQ("RuntimeError(line As Integer, error As RuntimeException)",
+               KvScriptEvents[kKvScriptRuntimeErrorEvent].declaration);
+  EXPECT_EQ(sizeof(KvScriptData), (size_t)KvScriptClass.dataSize);
+}
+
+}  // namespace
