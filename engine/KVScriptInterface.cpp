@@ -7,6 +7,7 @@
 #include "engine/PluginMain.h"
 #include "foundation/utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "semantic/DeclarationTable.h"
 
 // ---------------------------------------------------------------------------
 // The run-time correspondent
@@ -122,16 +123,22 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration*) {}
 void KVScriptInterface::Precompile() {
   if (!mSource || mCode) return;
   Compiler compiler;
-  // The intrinsic list and the library's prefix module come with the
-  // run-time library; until then the compiler keeps its empty names and the
-  // miner makes a module of its own, into which nothing host-side can be
-  // encoded.
+  // The intrinsic list comes with the run-time library; until then the
+  // compiler keeps its empty names.
   compiler.targetFamily = kTargetIA32;
-  compiler.SetPrefix(nullptr);
+  // The library's declarations join this module when the run-time library
+  // provides them; the host's callbacks are encoded into it either way. The
+  // lock keeps it, and everything merged into it, until the compile is over.
+  ModuleDeclaration* prefix = ModuleDeclaration::New();
+  prefix->Lock();
+  EncodeHostCallbacks(prefix);
+  compiler.SetPrefix(prefix);
   compiler.SetDelegate(this);
   Ref<CodeModule> module = compiler.Compile(mSource);
   // Linking comes with the mini-linker: until then a module that compiled
   // yields no image, and Run executes nothing.
+  module = Ref<CodeModule>();
+  prefix->Unlock();
 }
 
 void KVScriptInterface::Run() {
