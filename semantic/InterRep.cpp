@@ -225,18 +225,18 @@ static ContextTables& TablesOfCurrentContext() {
 }
 
 Ref<SymbolTable> CurrentSymbolTable() {
-  KV_ASSERT(gContext);
   if (!gContext) return Ref<SymbolTable>();
   return TablesOfCurrentContext().current;
 }
 
 Ref<SymbolTableList> CurrentSymbolTableList() {
-  KV_ASSERT(gContext);
   if (!gContext) return Ref<SymbolTableList>();
   return TablesOfCurrentContext().list;
 }
 
 unsigned long NewSymTable(StorageClass storage, string name) {
+  KV_ASSERT(gContext);
+  if (!gContext) return 0;
   ContextTables& state = TablesOfCurrentContext();
   Ref<SymbolTable> table = SymbolTable::New(state.current, storage, name);
   unsigned long at = state.list->AddTable(table);
@@ -245,6 +245,8 @@ unsigned long NewSymTable(StorageClass storage, string name) {
 }
 
 void PopSymTable() {
+  KV_ASSERT(gContext);
+  if (!gContext) return;
   ContextTables& state = TablesOfCurrentContext();
   KV_ASSERT(state.current->parent);
   // The outermost table stays current: there is nothing to return to.
@@ -254,6 +256,7 @@ void PopSymTable() {
 }
 
 SymbolID AddSymbol(Ref<SemBase> identifier) {
-  if (!identifier) return SymbolID();
-  return CurrentSymbolTable()->Store(identifier->toString(), identifier->GetType());
+  Ref<SymbolTable> table = CurrentSymbolTable();
+  if (!identifier || !table) return SymbolID();
+  return table->Store(identifier->toString(), identifier->GetType());
 }

@@ -122,7 +122,8 @@ private:
 
 // The symbol tables of the compilation that gContext names: its innermost
 // open table and its list of all tables. The first use for a context makes
-// the list with a global table (StaticStorage, no name) at index 0.
+// the list with a global table (StaticStorage, no name) at index 0. Null
+// handles while there is no compilation.
 Ref<SymbolTable> CurrentSymbolTable();
 Ref<SymbolTableList> CurrentSymbolTableList();
 // Starts the tables of the compilation `gContext` afresh: a new list whose
@@ -136,5 +137,6 @@ void ResetSymbolTables();
 unsigned long NewSymTable(StorageClass storage, string name);
 // Closes the innermost scope: hibernates it and makes its parent current.
 void PopSymTable();
-// Stores the identifier, by its name and type, in the current table.
+// Stores the identifier, by its name and type, in the current table; a null
+// SymbolID without an identifier or a compilation.
 SymbolID AddSymbol(Ref<SemBase> identifier);

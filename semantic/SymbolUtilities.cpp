@@ -6,7 +6,7 @@
 #include "semantic/InterRep.h"
 
 Ref<SemBase> AddDeclaredName(Ref<SemBase> identifier) {
-  if (!identifier) return identifier;
+  if (!identifier || !gContext) return identifier;
   // A clash is reported and the name stored anyway, so that later uses of
   // it raise no second error.
   VerifyUniqueName(identifier);
@@ -68,7 +68,7 @@ void VerifyUniqueName(Ref<SemBase> identifier) {
 }
 
 Ref<SemBase> FindLocalSymbol(Ref<SemBase> identifier) {
-  if (!identifier) return Ref<SemBase>();
+  if (!identifier || !gContext) return Ref<SemBase>();
   Ref<SymbolTable> table = CurrentSymbolTable();
   Ref<SymbolTable> foundIn = table;
   SymbolID symbol;
@@ -78,7 +78,7 @@ Ref<SemBase> FindLocalSymbol(Ref<SemBase> identifier) {
 }
 
 void ProhibitSymbolInitialization(Ref<SemBase> identifier) {
-  if (!identifier) return;
+  if (!identifier || !gContext) return;
   SymbolID symbol;
   if (CurrentSymbolTable()->Lookup(identifier->toString(), nullptr, &symbol))
     symbol.ProhibitInitialization();
