@@ -5,6 +5,7 @@
 #include "foundation/kvassert.h"
 #include "foundation/utility.h"
 #include "frontend/lexer.h"
+#include "semantic/InterRep.h"
 
 Ref<SemBase> kNullSemBase;
 
@@ -197,15 +198,13 @@ void SemCode::AddLine(TacOpcode op, TacAddr const* a, TacAddr const* b, TacAddr 
 
 Ref<SemBase> SemCode::NewTemp(IRDataType const& type, SourceLocation const* loc) {
   string name = NextTemporaryName();
-  // Not finished: the name is meant to be stored, hidden, in the symbol
-  // table that is current in gContext and its SymbolID pushed on
-  // `temporaries`, with a SemValue of its address returned. The compilation
-  // context has no symbol tables yet, so no symbol is made and the caller
-  // gets a null handle; the name is still used up.
-  (void)name;
-  (void)type;
-  (void)loc;
-  return Ref<SemBase>();
+  Ref<SymbolTable> table = CurrentSymbolTable();
+  if (!table) return Ref<SemBase>();
+  SymbolID symbol = table->Store(name, type);
+  // Debugger symbols and the like skip what the user never declared.
+  symbol.SetUserVisible(false);
+  temporaries.push_back(symbol);
+  return SemValue::New(symbol.GetAddr(), loc);
 }
 
 IRDataType SemCode::GetType() const { return result ? result->GetType() : IRDataType(); }

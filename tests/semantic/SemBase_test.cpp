@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
+#include "semantic/InterRep.h"
 
 namespace {
 
@@ -320,15 +322,67 @@ TEST(TemporaryNames, EightUpperCaseHexDigits) {
   EXPECT_STREQ(TemporaryName(0xFFFFFFFFu).CString(), "FFFFFFFF");
 }
 
-TEST(TemporaryNames, CounterMovesOnAndIsNeverReset) {
-  unsigned long first = std::strtoul(NextTemporaryName().CString(), nullptr, 16);
-  unsigned long second = std::strtoul(NextTemporaryName().CString(), nullptr, 16);
+// Temporaries live in the symbol tables of a compilation.
+class TemporaryTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    InitLexer("");
+    InitParserGlobals(&mContext);
+    ResetSymbolTables();
+  }
+  void TearDown() override { gContext = nullptr; }
+
+  static unsigned long Number(string const& name) { return std::strtoul(name.CString(), nullptr, 16); }
+
+  SrcContext mContext;
+};
+
+TEST_F(TemporaryTest, CodeOfATypeGetsAHiddenTemporaryAsItsResult) {
+  SourceLocation loc(3, 1, 3, 9);
+  Ref<SemBase> code = SemCode::New(IRDataType(kTypeDouble), &loc);
+  SimpleVector<SymbolID>& temps = *code->Temporaries();
+  ASSERT_EQ(temps.size(), 1u);
+  SymbolID temp = temps[0];
+  EXPECT_FALSE(temp.UserVisible());
+  EXPECT_EQ(temp.GetType().GetMainType(), kTypeDouble);
+  EXPECT_EQ(code->GetAddr(), temp.GetAddr());
+  EXPECT_EQ(code->GetType().GetMainType(), kTypeDouble);
+  Ref<SemBase> result = static_cast<SemCode*>(code.Get())->result;
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->IsSymbol());
+  EXPECT_EQ(result->Location(), loc);
+  EXPECT_TRUE(CurrentSymbolTable()->Contains(temp));
+  // The name is the counter's spelling: eight hexadecimal digits.
+  EXPECT_EQ(temp.Name().Length(), 8);
+  EXPECT_EQ(std::string(TemporaryName((uint32_t)Number(temp.Name())).CString()), temp.Name().CString());
+}
+
+TEST_F(TemporaryTest, NewTempAddsToTheListAndLeavesTheResult) {
+  Ref<SemBase> code = SemCode::New(IRDataType(kTypeInteger), nullptr);
+  Ref<SemBase> result = static_cast<SemCode*>(code.Get())->result;
+  Ref<SemBase> extra = code->NewTemp(IRDataType(kTypeString), nullptr);
+  EXPECT_TRUE(static_cast<SemCode*>(code.Get())->result == result);
+  ASSERT_EQ(code->Temporaries()->size(), 2u);
+  EXPECT_EQ((*code->Temporaries())[1].GetAddr(), extra->GetAddr());
+  EXPECT_EQ(extra->GetType().GetMainType(), kTypeString);
+  // A clone keeps the list of temporaries, not new ones.
+  Ref<SemBase> copy = code->Clone();
+  ASSERT_EQ(copy->Temporaries()->size(), 2u);
+  EXPECT_TRUE((*copy->Temporaries())[0] == (*code->Temporaries())[0]);
+}
+
+TEST_F(TemporaryTest, CounterMovesOnAndIsNeverReset) {
+  unsigned long first = Number(NextTemporaryName());
+  unsigned long second = Number(NextTemporaryName());
   EXPECT_EQ(second, first + 1);
-  InitLexer("");
-  // Code with a result type asks for a temporary, which uses up a name.
-  SemCode::New(IRDataType(kTypeInteger), nullptr);
-  unsigned long third = std::strtoul(NextTemporaryName().CString(), nullptr, 16);
-  EXPECT_EQ(third, second + 2);
+  Ref<SemBase> code = SemCode::New(IRDataType(kTypeInteger), nullptr);
+  EXPECT_EQ(Number((*code->Temporaries())[0].Name()), second + 1);
+  // A new compilation goes on counting.
+  SrcContext next;
+  InitParserGlobals(&next);
+  ResetSymbolTables();
+  EXPECT_EQ(Number(NextTemporaryName()), second + 2);
+  gContext = nullptr;
 }
 
 }  // namespace
