@@ -288,6 +288,19 @@ static int yylex();
 /* Pragmas and conditional compilation */
 %nterm pragma_statement pragma_value cond_if cond_elseif cond_then_opt cond_else cond_endif
 
+/* No conflicts: the precedence table settles every operator, and the places
+   where the language leans on look-ahead are settled by one token:
+   - At the start of a statement, behind IDENT or `designator . IDENT`, the
+     arguments are call_args_opt only when `.` or ASSIGN follows, and an
+     expression_list_opt otherwise; behind a parenthesized_list the same
+     token tells arguments (rules 235, 238, 239) from an expression (217), so
+     `f(1, 2)` is the command form with the one expression `(1, 2)`.
+   - `AddressOf name` (236) ends where no `.` or `(` follows; `Redim name(...)`
+     (312) ends where no `.` follows.
+   - A block If and a one-line If part at the line break behind then_opt.
+   - An empty access_opt or dim_word_opt is reduced on the member's first
+     word, which no other member begins with.
+   Bison fails the build (-Werror) if a conflict appears. */
 %expect 0
 
 %%
@@ -334,7 +347,8 @@ sub_prolog
     ;
 
 subroutine_definition
-    : Sub IDENT method_scope '(' parameter_list ')' handles_opt NEWLINE sub_prolog method_body End Sub NEWLINE
+    : Sub IDENT method_scope '(' parameter_list ')' handles_opt NEWLINE sub_prolog method_body
+        End Sub NEWLINE
                                                                  /*  15 */  { $$ = CompileEndFunction($2, $3, $5, $7, $10); KV_POLL; }
     ;
 
@@ -348,7 +362,8 @@ function_prolog
     ;
 
 function_definition
-    : Function IDENT function_scope '(' parameter_list ')' As return_type handles_opt NEWLINE function_prolog method_body End Function NEWLINE
+    : Function IDENT function_scope '(' parameter_list ')' As return_type handles_opt NEWLINE
+        function_prolog method_body End Function NEWLINE
                                                                  /*  18 */  { $$ = CompileEndFunction($2, $3, $5, $9, $12); KV_POLL; }
     ;
 
@@ -604,7 +619,8 @@ extern_function_scope
     ;
 
 extern_declaration
-    : Function IDENT extern_function_scope Lib lib_name alias_opt extern_parameters_opt extern_return_opt inline_opt
+    : Function IDENT extern_function_scope Lib lib_name alias_opt extern_parameters_opt
+        extern_return_opt inline_opt
                                                                  /* 118 */  { $$ = EndExternDeclaration($2, $5, $6, $7, $8); }
     ;
 
@@ -920,7 +936,8 @@ for_to_open
     ;
 
 for_to_statement
-    : For IDENT '=' expression To expression step_opt NEWLINE for_to_open statements_opt Next next_name_opt NEWLINE
+    : For IDENT '=' expression To expression step_opt NEWLINE for_to_open statements_opt Next
+        next_name_opt NEWLINE
                                                                  /* 244 */  { $$ = CompileNext($2, $9, 0, $6, $7, $10, $12); }
     ;
 
@@ -930,7 +947,8 @@ for_downto_open
     ;
 
 for_downto_statement
-    : For IDENT '=' expression DownTo expression step_opt NEWLINE for_downto_open statements_opt Next next_name_opt NEWLINE
+    : For IDENT '=' expression DownTo expression step_opt NEWLINE for_downto_open statements_opt
+        Next next_name_opt NEWLINE
                                                                  /* 246 */  { $$ = CompileNext($2, $9, 1, $6, $7, $10, $12); }
     ;
 
@@ -1002,7 +1020,8 @@ block_if_open
     ;
 
 block_if
-    : If expression then_opt NEWLINE block_if_open statements_opt elseif_blocks_opt else_block_opt end_if NEWLINE
+    : If expression then_opt NEWLINE block_if_open statements_opt elseif_blocks_opt
+        else_block_opt end_if NEWLINE
                                                                  /* 264 */  { $$ = CompileEndIf($2, $5, $6, $7, $8); }
     ;
 
