@@ -464,6 +464,8 @@ void CGIA32::WriteEpilog(int frameSize) {
 }
 
 void CGIA32::tac_Return(TacLine const&) {
+  KV_ASSERT(currentFunction);
+  if (!currentFunction) return;
   Ref<FunctionBlock> body = currentFunction;
   currentFunction.BindNewObject(new FunctionBlock(false));
   currentFunction->name = body->name;
