@@ -46,14 +46,6 @@ TEST_F(SemBaseTest, NewValuesStartAtTheLexersCurrentLine) {
   EXPECT_EQ(SemCode::New(IRDataType(), nullptr)->Location(), SourceLocation(2));
 }
 
-TEST_F(SemBaseTest, KindTagsAreTheFourCharacterCodes) {
-  EXPECT_EQ(kSemIdentifierTag, 0x4964656Eu);
-  EXPECT_EQ(Ident("a", 0)->tag, kSemIdentifierTag);
-  EXPECT_EQ(SemList::New(Ident("a", 0))->tag, kSemListTag);
-  EXPECT_EQ(SemValue::New(gTacOne, nullptr)->tag, kSemValueTag);
-  EXPECT_EQ(SemCode::New(IRDataType(), nullptr)->tag, kSemCodeTag);
-}
-
 TEST(SourceLocationCover, Table) {
   struct Case {
     SourceLocation a, b, expected;
