@@ -1,0 +1,604 @@
+// IA-32 code generation, run on the processor: labels and jumps, calls in
+// and out, the register cache's invariants, reference counting calls, the
+// frame and its prolog, and the exception marker blocks.
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cg_harness.h"
+#include "ia32_disassembly.h"
+#include "runtime/RuntimeExceptionFoundation.h"
+
+namespace {
+
+typedef int (*IntFn)(int);
+typedef int (*IntIntFn)(int, int);
+
+// ---------------------------------------------------------------------------
+// Labels and jumps
+
+TEST(Flow, LoopsAndBranchesBothWays) {
+  TacProgram program;
+  // Sum of 0 .. n-1: a forward jump to the test, a backward one to the body.
+  program.Function("sum");
+  auto p = program.Params({{"n", kTypeInteger}});
+  TacAddr const* s = program.Local("s", kTypeInteger);
+  TacAddr const* i = program.Local("i", kTypeInteger);
+  TacAddr const* body = program.Int(10);
+  TacAddr const* test = program.Int(11);
+  program.Add(tac_Store, program.Int(0), nullptr, s);
+  program.Add(tac_Store, program.Int(0), nullptr, i);
+  program.Add(tac_Jump, nullptr, nullptr, test);
+  program.Add(tac_Label, body);
+  program.Add(tac_AddI, s, i, s);
+  program.Add(tac_AddI, i, program.Int(1), i);
+  program.Add(tac_Label, test);
+  program.Add(tac_IfLTI, i, p[0], body);
+  program.Return(s);
+
+  // a = b ? 1 : 2, and a <> b ? 3 : 4 added in.
+  program.Function("choose");
+  auto q = program.Params({{"a", kTypeInteger}, {"b", kTypeInteger}});
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  TacAddr const* equal = program.Int(20);
+  TacAddr const* joined = program.Int(21);
+  TacAddr const* differ = program.Int(22);
+  TacAddr const* done = program.Int(23);
+  program.Add(tac_IfEQI, q[0], q[1], equal);
+  program.Add(tac_Store, program.Int(2), nullptr, r);
+  program.Add(tac_Jump, nullptr, nullptr, joined);
+  program.Add(tac_Label, equal);
+  program.Add(tac_Store, program.Int(1), nullptr, r);
+  program.Add(tac_Label, joined);
+  program.Add(tac_IfNEI, q[0], q[1], differ);
+  program.Add(tac_AddI, r, program.Int(4), r);
+  program.Add(tac_Jump, nullptr, nullptr, done);
+  program.Add(tac_Label, differ);
+  program.Add(tac_AddI, r, program.Int(3), r);
+  program.Add(tac_Label, done);
+  program.Return(r);
+
+  // A forward and a backward jump to the same label.
+  program.Function("twice");
+  TacAddr const* count = program.Local("count", kTypeInteger);
+  TacAddr const* again = program.Int(30);
+  program.Add(tac_Store, program.Int(0), nullptr, count);
+  program.Add(tac_Jump, nullptr, nullptr, again);
+  program.Add(tac_Store, program.Int(1000), nullptr, count);  // jumped over
+  program.Add(tac_Label, again);
+  program.Add(tac_AddI, count, program.Int(1), count);
+  program.Add(tac_IfLTI, count, program.Int(3), again);
+  program.Return(count);
+
+  TestImage image;
+  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  IntFn sum = image.Entry<IntFn>("sum");
+  EXPECT_EQ(sum(0), 0);
+  EXPECT_EQ(sum(1), 0);
+  EXPECT_EQ(sum(10), 45);
+  EXPECT_EQ(sum(-5), 0);
+  IntIntFn choose = image.Entry<IntIntFn>("choose");
+  EXPECT_EQ(choose(3, 3), 1 + 4);
+  EXPECT_EQ(choose(3, 4), 2 + 3);
+  EXPECT_EQ(image.Entry<int (*)()>("twice")(), 3);
+}
+
+TEST(Flow, AJumpToALabelNeverPlacedIsError94) {
+  struct Case {
+    char const* what;
+    long label;
+    TacOpcode op;
+  } const cases[] = {
+      {"GoTo a missing label", 77, tac_Jump},
+      {"a return placeholder left unpatched", kFunctionReturnTarget, tac_Jump},
+      {"a conditional jump", 78, tac_IfEQI},
+  };
+  for (Case const& c : cases) {
+    TacProgram program;
+    program.Function("f");
+    TacAddr const* x = program.Local("x", kTypeInteger);
+    program.Add(tac_Store, program.Int(1), nullptr, x);
+    program.Add(c.op, c.op == tac_Jump ? nullptr : x, c.op == tac_Jump ? nullptr : x, program.Int(c.label));
+    program.Add(tac_Label, program.Int(5));  // another label does not help
+    program.Return();
+    RecordingDelegate delegate;
+    EXPECT_FALSE(GenerateIA32(program, &delegate)) << c.what;
+    ASSERT_EQ(delegate.errors.size(), 1u) << c.what;
+    EXPECT_EQ(delegate.errors[0].Type(), UndefinedLabel);
+    // Reported at the function's closing line.
+    EXPECT_EQ(delegate.errors[0].Location().startLine, program.line) << c.what;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Calls
+
+extern "C" int TestDigits(int a, int b, int c) { return a * 100 + b * 10 + c; }
+extern "C" double TestMix(int a, double b, float c) { return a + b * 10 + c * 100; }
+extern "C" int TestJunkHigh(int low) { return (int)0x7FFFFF00 | low; }
+extern "C" int TestSumVarargs(int n, ...) {
+  va_list args;
+  va_start(args, n);
+  int total = 0;
+  for (int i = 0; i < n; ++i) total += va_arg(args, int);
+  va_end(args);
+  return total;
+}
+
+TEST(Calls, ArgumentsGoInOrderAndResultsComeBackByType) {
+  TacProgram program;
+  program.Function("digits");
+  auto p = program.Params({{"a", kTypeInteger}});
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  program.Add(tac_PutParam, p[0]);
+  program.Add(tac_PutParam, program.Int(2));
+  program.Add(tac_PutParam, program.Int(3));
+  program.Add(tac_Call, program.Text("TestDigits"), nullptr, r);
+  program.Return(r);
+
+  program.Function("mix");
+  auto q = program.Params({{"b", kTypeDouble}});
+  TacAddr const* single = program.Local("single", kTypeSingle);
+  TacAddr const* d = program.Local("d", kTypeDouble);
+  program.Add(tac_Store, program.Sgl(0.5f), nullptr, single);
+  program.Add(tac_PutParam, program.Int(7));
+  program.Add(tac_PutParam, q[0]);
+  program.Add(tac_PutParam, single);
+  program.Add(tac_Call, program.Text("TestMix"), program.Text("lib"), d);
+  program.Return(d);
+
+  // Only the low bit of a returned Boolean counts.
+  program.Function("junk");
+  auto j = program.Params({{"low", kTypeInteger}});
+  TacAddr const* flag = program.Local("flag", kTypeBoolean);
+  program.Add(tac_PutParam, j[0]);
+  program.Add(tac_Call, program.Text("TestJunkHigh"), nullptr, flag);
+  program.Return(flag);
+
+  // Generated calling generated, through a name, a pointer and an intrinsic;
+  // a result nobody takes is dropped.
+  program.Function("outer");
+  auto o = program.Params({{"x", kTypeInteger}});
+  TacAddr const* ptr = program.Local("ptr", kTypeInteger);
+  TacAddr const* via = program.Local("via", kTypeInteger);
+  TacAddr const* total = program.Local("total", kTypeInteger);
+  program.Add(tac_PutParam, o[0]);
+  program.Add(tac_PutParam, program.Int(1));
+  program.Add(tac_PutParam, program.Int(0));
+  program.Add(tac_Call, program.Text("TestDigits"));  // result dropped
+  program.Add(tac_FuncPtr, program.Text("digits"), nullptr, ptr);
+  program.Add(tac_PutParam, o[0]);
+  program.Add(tac_CallPtr, ptr, nullptr, via);
+  program.Add(tac_PutParam, o[0]);
+  program.Add(tac_PutParam, o[0]);
+  program.Add(tac_PutParam, o[0]);
+  program.Add(tac_Intrinsic, IntrinsicTacAddr(3), nullptr, total);
+  program.Add(tac_AddI, total, via, total);
+  program.Return(total);
+
+  program.Function("varargs");
+  TacAddr const* fp = program.Local("fp", kTypeInteger);
+  TacAddr const* v = program.Local("v", kTypeInteger);
+  program.Add(tac_FuncPtr, program.Text("TestSumVarargs"), nullptr, fp);
+  program.Add(tac_PutParam, program.Int(3));
+  program.Add(tac_PutParam, program.Int(10));
+  program.Add(tac_PutParam, program.Int(20));
+  program.Add(tac_PutParam, program.Int(30));
+  program.Add(tac_CallPtrVarargs, fp, nullptr, v);
+  program.Return(v);
+
+  Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames({{3, "TestDigits"}}));
+  TestImage image;
+  ASSERT_TRUE(image.Link(module, {{"TestDigits", (void*)TestDigits},
+                                  {"TestMix", (void*)TestMix},
+                                  {"TestJunkHigh", (void*)TestJunkHigh},
+                                  {"TestSumVarargs", (void*)TestSumVarargs}}))
+      << image.error;
+  EXPECT_EQ(image.Entry<IntFn>("digits")(1), 123);
+  EXPECT_EQ(image.Entry<double (*)(double)>("mix")(0.25), 7 + 2.5 + 50);
+  EXPECT_EQ(image.Entry<IntFn>("junk")(1), 1);
+  EXPECT_EQ(image.Entry<IntFn>("junk")(0), 0);
+  EXPECT_EQ(image.Entry<IntFn>("outer")(4), (400 + 23) + 444);
+  EXPECT_EQ(image.Entry<int (*)()>("varargs")(), 60);
+  EXPECT_EQ(image.importCounts["digits"], 1);
+}
+
+// ---------------------------------------------------------------------------
+// The register cache
+
+int32_t* gSharedGlobal;
+extern "C" void TestBumpGlobal() { *gSharedGlobal += 1000; }
+extern "C" int TestReadGlobal() { return *gSharedGlobal; }
+extern "C" int TestDeref(int32_t* p) { return *p; }
+
+TEST(RegisterCache, ACallForgetsWhatRegistersHeldAndMemoryIsCurrentBeforeIt) {
+  int32_t shared = 0;
+  gSharedGlobal = &shared;
+  TacProgram program;
+  program.Function("bump");
+  auto p = program.Params({{"a", kTypeInteger}});
+  TacAddr const* g = program.Global("shared", kTypeInteger);
+  TacAddr const* x = program.Local("x", kTypeInteger);
+  TacAddr const* seen = program.Local("seen", kTypeInteger);
+  program.Add(tac_MulI, p[0], program.Int(3), g);   // g in a register and in memory
+  program.Add(tac_Call, program.Text("TestReadGlobal"), nullptr, seen);
+  program.Add(tac_Call, program.Text("TestBumpGlobal"));
+  program.Add(tac_AddI, g, seen, x);               // g must be read again
+  program.Return(x);
+
+  program.Function("local");
+  auto q = program.Params({{"a", kTypeInteger}});
+  TacAddr const* local = program.Local("local", kTypeInteger);
+  TacAddr const* ptr = program.Local("ptr", kTypeInteger);
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  program.Add(tac_Varptr, local, nullptr, ptr);
+  program.Add(tac_AddI, q[0], program.Int(1), local);
+  program.Add(tac_PutParam, ptr);
+  program.Add(tac_Call, program.Text("TestDeref"), nullptr, r);
+  program.Return(r);
+
+  TestImage image;
+  ASSERT_TRUE(image.Link(GenerateIA32(program), {{"shared", &shared},
+                                                 {"TestReadGlobal", (void*)TestReadGlobal},
+                                                 {"TestBumpGlobal", (void*)TestBumpGlobal},
+                                                 {"TestDeref", (void*)TestDeref}}))
+      << image.error;
+  EXPECT_EQ(image.Entry<IntFn>("bump")(5), (15 + 1000) + 15);
+  EXPECT_EQ(shared, 1015);
+  EXPECT_EQ(image.Entry<IntFn>("local")(41), 42);
+}
+
+// A store through a pointer does not tell the cache, so the second read of
+// `x` is answered from a register unless a label stands between.
+TEST(RegisterCache, ASecondReadHitsTheRegisterAndALabelForcesTheLoad) {
+  for (bool withLabel : {false, true}) {
+    TacProgram program;
+    program.Function("f");
+    TacAddr const* x = program.Local("x", kTypeInteger);
+    TacAddr const* ptr = program.Local("ptr", kTypeInteger);
+    TacAddr const* y = program.Local("y", kTypeInteger);
+    program.Add(tac_Store, program.Int(5), nullptr, x);
+    program.Add(tac_Varptr, x, nullptr, ptr);
+    program.Add(tac_PokeI, program.Int(7), nullptr, ptr);
+    if (withLabel) program.Add(tac_Label, program.Int(1));
+    program.Add(tac_AddI, x, program.Int(0), y);
+    program.Return(y);
+    TestImage image;
+    ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+    EXPECT_EQ(image.Entry<int (*)()>("f")(), withLabel ? 7 : 5);
+  }
+}
+
+TEST(RegisterCache, AllocationFollowsTheClock) {
+  InitTacConstants();
+  CGIA32 generator;
+  generator.BeginFunction(string("f"));
+  ConstAddr a(1L), b(2L), c(3L);
+  // Registers fill lowest first.
+  EXPECT_EQ(generator.LoadTacAddr(&a, kSchemeGeneral), kEAX);
+  EXPECT_EQ(generator.LoadTacAddr(&b, kSchemeGeneral), kECX);
+  // A hit moves the clock; a load does not.
+  EXPECT_EQ(generator.LoadTacAddr(&a, kSchemeGeneral), kEAX);
+  // Both registers of the scheme are taken: the one least recently hit goes.
+  EXPECT_EQ(generator.LoadTacAddr(&c, kSchemeEAX | 1 << kECX), kECX);
+  EXPECT_FALSE(generator.Register(kECX).Contains(&b));
+  // A value held elsewhere is copied into the register asked for.
+  EXPECT_EQ(generator.LoadTacAddr(&c, kSchemeEAX), kEAX);
+  EXPECT_TRUE(generator.Register(kEAX).Contains(&c));
+  EXPECT_FALSE(generator.Register(kEAX).Contains(&a));
+  EXPECT_TRUE(generator.Register(kECX).Contains(&c));
+  // Booleans go to registers with a byte form.
+  EXPECT_TRUE(CGIA32::RegMatchesScheme(generator.LoadTacAddr(gTacTrue, 1 << kESI | 1 << kEBX), kSchemeByte));
+}
+
+// ---------------------------------------------------------------------------
+// Reference counts
+
+std::vector<std::string> gLockCalls;
+void Note(char const* what, void* a, void* b = nullptr) {
+  char text[64];
+  snprintf(text, sizeof text, "%s %p %p", what, a, b);
+  gLockCalls.push_back(text);
+}
+std::string Noted(char const* what, void const* a, void const* b = nullptr) {
+  char text[64];
+  snprintf(text, sizeof text, "%s %p %p", what, a, b);
+  return text;
+}
+
+TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
+  gLockCalls.clear();
+  TacProgram program;
+  program.Function("locks");
+  auto p = program.Params({{"s", kTypeString}, {"o", kTypeObject}, {"a", kTypeArray}, {"old", kTypeString}});
+  TacAddr const* sum = program.Local("sum", kTypeInteger);
+  program.Add(tac_Lock, p[0]);
+  program.Add(tac_Lock, p[1]);
+  program.Add(tac_Lock, p[2]);
+  program.Add(tac_Lock, program.Text("hello"));
+  program.Add(tac_Lock, program.Text(""));
+  program.Add(tac_SwapLocks, p[0], p[3]);
+  program.Add(tac_Unlock, p[1]);
+  program.Add(tac_Unlock, p[2]);
+  // Zero left behind in each: sum of the three.
+  program.Add(tac_AddI, p[1], p[2], sum);
+  program.Add(tac_AddI, sum, p[3], sum);
+  program.Return(sum);
+
+  std::map<int, char const*> names = {
+      {kIntrinsicLockString, "LS"}, {kIntrinsicUnlockString, "US"}, {kIntrinsicLockUnlockStrings, "SS"},
+      {kIntrinsicLockObject, "LO"}, {kIntrinsicUnlockObject, "UO"}, {kIntrinsicLockUnlockObjects, "SO"},
+      {kIntrinsicLockArray, "LA"},  {kIntrinsicUnlockArray, "UA"},  {kIntrinsicLockUnlockArrays, "SA"},
+  };
+  Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames(names));
+  void (*ls)(void*) = [](void* a) { Note("LS", a); };
+  void (*lo)(void*) = [](void* a) { Note("LO", a); };
+  void (*la)(void*) = [](void* a) { Note("LA", a); };
+  void (*uo)(void*) = [](void* a) { Note("UO", a); };
+  void (*ua)(void*) = [](void* a) { Note("UA", a); };
+  void (*ss)(void*, void*) = [](void* a, void* b) { Note("SS", a, b); };
+  TestImage image;
+  ASSERT_TRUE(image.Link(module, {{"LS", (void*)ls}, {"LO", (void*)lo}, {"LA", (void*)la},
+                                  {"UO", (void*)uo}, {"UA", (void*)ua}, {"SS", (void*)ss}}))
+      << image.error;
+  int s = 0, o = 0, a = 0, old = 0;
+  auto fn = image.Entry<int (*)(int*, int*, int*, int*)>("locks");
+  EXPECT_EQ(fn(&s, &o, &a, &old), 0);
+  std::vector<std::string> expected = {
+      Noted("LS", &s), Noted("LO", &o), Noted("LA", &a), Noted("LS", image.Literal("hello")),
+      Noted("LS", nullptr),  // "" is the nil string
+      Noted("SS", &s, &old), Noted("UO", &o), Noted("UA", &a),
+  };
+  EXPECT_EQ(gLockCalls, expected);
+  EXPECT_EQ(image.importCounts.count(""), 0u);
+  ASSERT_NE(image.Literal("hello"), nullptr);
+  EXPECT_STREQ(stringStorage::CString(image.Literal("hello")), "hello");
+}
+
+// ---------------------------------------------------------------------------
+// The frame
+
+Ref<FunctionBlock> OneFunction(TacProgram& program, char const* name) {
+  Ref<CodeModule> module = GenerateIA32(program);
+  return FindFunction(module, name);
+}
+
+std::vector<std::string> Instructions(Ref<FunctionBlock> f) {
+  ByteString bytes((uint8_t*)f->Buffer(), (uint8_t*)f->Buffer() + f->Length());
+  std::vector<std::string> texts = Disassemble({bytes});
+  if (texts.empty()) return {};
+  std::vector<std::string> out;
+  std::string all = texts[0];
+  size_t start = 0;
+  for (size_t at; (at = all.find(" ; ", start)) != std::string::npos; start = at + 3)
+    out.push_back(all.substr(start, at - start));
+  out.push_back(all.substr(start));
+  return out;
+}
+
+TEST(Frame, PrologCopiesParametersAndEpilogRestoresTheFrame) {
+  TacProgram program;
+  program.Function("add");
+  auto p = program.Params({{"a", kTypeInteger}, {"b", kTypeInteger}});
+  TacAddr const* c = program.Local("c", kTypeInteger);
+  program.Add(tac_AddI, p[0], p[1], c);
+  program.Return(c);
+  Ref<FunctionBlock> f = OneFunction(program, "add");
+  ASSERT_TRUE(f);
+  // T = 12, S = 16, F = 20 with the integer result slot.
+  std::vector<std::string> expected = {
+      "push %ebp", "mov %esp,%ebp", "sub $0x14,%esp", "mov %esp,-0x10(%ebp)",
+      "mov %ebp,%eax", "mov 0x8(%eax),%eax", "mov %eax,-0x4(%ebp)",
+      "mov %ebp,%eax", "mov 0xc(%eax),%eax", "mov %eax,-0x8(%ebp)",
+      "mov -0x4(%ebp),%eax", "mov -0x8(%ebp),%ecx", "add %ecx,%eax", "mov %eax,-0xc(%ebp)",
+      "mov %eax,-0x14(%ebp)",
+      "mov -0x14(%ebp),%eax", "add $0x14,%esp", "pop %ebp", "ret",
+  };
+  EXPECT_EQ(Instructions(f), expected);
+  // The stored stack pointer always has a 32-bit displacement.
+  EXPECT_EQ(f->Get8(9), 0x89u);
+  EXPECT_EQ(f->Get8(10), 0xA5u);
+  EXPECT_EQ(f->Get32(11), (unsigned long)(uint32_t)-16);
+}
+
+TEST(Frame, CalleeSavedRegistersArePushedOnlyWhenUsed) {
+  TacProgram program;
+  // Six values live at once fill eax, ecx, edx, ebx, esi, edi.
+  program.Function("many");
+  std::vector<TacAddr const*> v;
+  for (int i = 0; i < 12; ++i) v.push_back(program.Local(("v" + std::to_string(i)).c_str(), kTypeInteger));
+  for (int i = 0; i < 6; ++i) program.Add(tac_Store, v[i], nullptr, v[i + 6]);
+  program.Return(program.Int(0));
+  program.Function("few");
+  TacAddr const* x = program.Local("x", kTypeInteger);
+  program.Add(tac_AddI, x, x, x);
+  program.Return();
+  Ref<CodeModule> module = GenerateIA32(program);
+  ASSERT_TRUE(module);
+
+  std::vector<std::string> many = Instructions(FindFunction(module, "many"));
+  ASSERT_GE(many.size(), 8u);
+  EXPECT_EQ(many[3], "push %ebx");
+  EXPECT_EQ(many[4], "push %esi");
+  EXPECT_EQ(many[5], "push %edi");
+  // T = 48, S = 52, F = 56 with the result slot.
+  std::vector<std::string> tail(many.end() - 7, many.end());
+  EXPECT_EQ(tail, (std::vector<std::string>{"mov -0x38(%ebp),%eax", "pop %edi", "pop %esi", "pop %ebx",
+                                            "add $0x38,%esp", "pop %ebp", "ret"}));
+  for (std::string const& text : Instructions(FindFunction(module, "few"))) {
+    EXPECT_EQ(text.find("push %e"), text.find("push %ebp")) << text;
+  }
+
+  // Run it from C many times: the caller's ebx, esi and edi survive.
+  TestImage image;
+  ASSERT_TRUE(image.Link(module, {})) << image.error;
+  auto fn = image.Entry<int (*)()>("many");
+  volatile int total = 0;
+  for (int i = 0; i < 100; ++i) total = total + fn() + i;
+  EXPECT_EQ(total, 4950);
+}
+
+TEST(Frame, TheResultSlotFollowsTheResultType) {
+  struct Case {
+    char const* name;
+    TacAddr const* (*result)(TacProgram&);
+    int extra;
+  } const cases[] = {
+      {"none", [](TacProgram&) -> TacAddr const* { return nullptr; }, 0},
+      {"integer", [](TacProgram& p) { return p.Int(3); }, 4},
+      {"double", [](TacProgram& p) { return p.Dbl(3.0); }, 8},
+  };
+  for (Case const& c : cases) {
+    TacProgram program;
+    program.Function(c.name);
+    program.Local("a", kTypeDouble);
+    program.Local("b", kTypeInteger);
+    program.Return(c.result(program));
+    Ref<FunctionBlock> f = OneFunction(program, c.name);
+    ASSERT_TRUE(f);
+    // 55 8B EC 81 EC imm32: sub esp, F with T = 12.
+    EXPECT_EQ(f->Get8(3), 0x81u);
+    EXPECT_EQ((int)f->Get32(5), 16 + c.extra) << c.name;
+    // Every function ends in pop ebp; ret, where the exception scan stops.
+    EXPECT_EQ(f->Get8(f->Length() - 2), 0x5Du);
+    EXPECT_EQ(f->Get8(f->Length() - 1), 0xC3u);
+  }
+}
+
+TEST(Frame, NoopAndDebugoutInMain) {
+  TacProgram program;
+  program.Add(tac_Noop);
+  program.Add(tac_Debugout);
+  program.Add(tac_Stop);
+  Ref<CodeModule> module = GenerateIA32(program);
+  ASSERT_TRUE(module);
+  ASSERT_EQ(module->functions.size(), 1u);
+  std::vector<std::string> expected = {"push %ebp", "mov %esp,%ebp", "sub $0x4,%esp", "mov %esp,-0x4(%ebp)",
+                                       "nop", "add $0x4,%esp", "pop %ebp", "ret"};
+  EXPECT_EQ(Instructions(module->functions[0]), expected);
+  EXPECT_STREQ(module->functions[0]->name.CString(), "% main");
+}
+
+// ---------------------------------------------------------------------------
+// Exception markers
+
+TEST(Exceptions, MarkerBlocksAreJumpedOverInNormalFlow) {
+  TacProgram program;
+  program.Function("guarded");
+  auto p = program.Params({{"a", kTypeInteger}});
+  TacAddr const* ex = program.Local("ex", kTypeObject);
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  TacAddr const* after = program.Int(40);
+  program.Add(tac_AddI, p[0], program.Int(1), r);
+  program.Add(tac_BeginTry);
+  program.Add(tac_AddI, r, program.Int(1), r);
+  program.Add(tac_HandleException, ex, nullptr, after);
+  program.Add(tac_Store, program.Int(-1), nullptr, r);  // the handler, skipped
+  program.Add(tac_Label, after);
+  program.Add(tac_EndTry);
+  // A handler with no label: normal flow runs on into it.
+  program.Add(tac_HandleException);
+  program.Add(tac_AddI, r, program.Int(10), r);
+  program.Return(r);
+  Ref<CodeModule> module = GenerateIA32(program);
+  ASSERT_TRUE(module);
+  TestImage image;
+  ASSERT_TRUE(image.Link(module, {})) << image.error;
+  EXPECT_EQ(image.Entry<IntFn>("guarded")(5), 17);
+
+  // The blocks as the run-time scan reads them.
+  Ref<FunctionBlock> f = FindFunction(module, "guarded");
+  std::vector<int> tries, ends, switches;
+  for (unsigned i = 0; i + 9 <= f->Length(); ++i) {
+    if (f->Get8(i) != kExceptionLongJumpOpcode) continue;
+    unsigned long marker = f->Get32(i + kMarkerWordOffset);
+    if (marker == kExceptionTryBeginMarker) tries.push_back(i);
+    if (marker == kExceptionTryEndMarker) ends.push_back(i);
+    if (marker == kExceptionSwitchMarker) switches.push_back(i);
+  }
+  ASSERT_EQ(tries.size(), 1u);
+  ASSERT_EQ(ends.size(), 1u);
+  ASSERT_EQ(switches.size(), 2u);
+  EXPECT_EQ(f->Get32(tries[0] + 1), 4u);
+  EXPECT_EQ(f->Get32(ends[0] + 1), 4u);
+  // With a local: its frame offset, -(offset + size) for `ex` at offset 4.
+  unsigned first = switches[0];
+  EXPECT_EQ(f->Get16(first + kSwitchBlockReservedOffset), 0u);
+  EXPECT_EQ((int16_t)f->Get16(first + kSwitchBlockLocalOffset), -8);
+  // The resume point reloads esp from ebp - S (T = 12, S = 16), long form.
+  EXPECT_EQ(f->Get8(first + 13), 0x8Bu);
+  EXPECT_EQ(f->Get8(first + 14), 0xA5u);
+  EXPECT_EQ((int32_t)f->Get32(first + 15), -16);
+  // Without a label the jump passes the block: 14 bytes.
+  unsigned second = switches[1];
+  EXPECT_EQ(f->Get32(second + 1), 14u);
+  EXPECT_EQ(f->Get16(second + kSwitchBlockLocalOffset), 0u);
+}
+
+// Plays the raise side of the contract: from its own frame, finds the
+// caller's return address, scans forward for the switch block that covers
+// it, stores the exception in the handler's local and redirects the return.
+int32_t gRaisedObject = 4242;
+bool gRaise = false;
+extern "C" __attribute__((noinline)) void TestRaise() {
+  if (!gRaise) return;
+  // Volatile: the compiler would otherwise drop a store into its own return slot.
+  uint8_t* volatile* frame = (uint8_t* volatile*)__builtin_frame_address(0);
+  uint8_t* next = frame[0];
+  uint8_t* p = frame[1];
+  int depth = 0;
+  for (;;) {
+    if ((p[0] == 0x5D || p[0] == 0xC9) && p[1] == 0xC3) return;
+    if (p[0] == kExceptionLongJumpOpcode) {
+      uint32_t marker;
+      memcpy(&marker, p + kMarkerWordOffset, 4);
+      if (marker == kExceptionSwitchMarker && depth == 0) {
+        int16_t offset;
+        memcpy(&offset, p + kSwitchBlockLocalOffset, 2);
+        if (offset != 0) {
+          void* object = &gRaisedObject;
+          memcpy(next + offset, &object, 4);
+        }
+        frame[1] = p + kSwitchBlockResumeOffset;
+        return;
+      }
+      if (marker == kExceptionTryBeginMarker) ++depth;
+      if (marker == kExceptionTryEndMarker && depth > 0) --depth;
+    }
+    ++p;
+  }
+}
+
+TEST(Exceptions, TheResumePointRestoresTheStackAndRunsTheHandler) {
+  TacProgram program;
+  program.Function("catcher");
+  auto p = program.Params({{"a", kTypeInteger}});
+  TacAddr const* ex = program.Local("ex", kTypeObject);
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  TacAddr const* after = program.Int(50);
+  program.Add(tac_Store, p[0], nullptr, r);
+  program.Add(tac_BeginTry);
+  // Arguments on the stack when the raise comes: the handler must drop them.
+  program.Add(tac_PutParam, program.Int(1));
+  program.Add(tac_PutParam, program.Int(2));
+  program.Add(tac_Call, program.Text("TestRaise"));
+  program.Add(tac_AddI, r, program.Int(1), r);
+  program.Add(tac_HandleException, ex, nullptr, after);
+  program.Add(tac_PeekI, ex, nullptr, r);
+  program.Add(tac_Label, after);
+  program.Add(tac_EndTry);
+  program.Return(r);
+  TestImage image;
+  ASSERT_TRUE(image.Link(GenerateIA32(program), {{"TestRaise", (void*)TestRaise}})) << image.error;
+  IntFn fn = image.Entry<IntFn>("catcher");
+  gRaise = false;
+  EXPECT_EQ(fn(7), 8);
+  gRaise = true;
+  EXPECT_EQ(fn(7), 4242);
+  gRaise = false;
+}
+
+}  // namespace
