@@ -7,6 +7,8 @@
 #include "engine/PluginMain.h"
 #include "foundation/utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "frontend/Miner.h"
+#include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
 
 // ---------------------------------------------------------------------------
@@ -118,7 +120,89 @@ void KVScriptInterface::ClearHostCallbacks() {
   mHostProperties.deleteAll();
 }
 
-void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration*) {}
+namespace {
+
+// Host functions can't hand objects back to a script.
+bool IsRefusedHostType(IRDataType const& type) {
+  return type.GetMainType() == kTypeObject || type.GetMainType() == kTypeClassRef;
+}
+
+// A parameter the script never passes: the call supplies `value` itself.
+ParameterDeclaration* HiddenIntegerParameter(char const* name, long value) {
+  ParameterDeclaration* p = ParameterDeclaration::New();
+  p->SetName(string(name));
+  p->SetType(IRDataType(kTypeInteger));
+  p->SetMode(ParameterDeclaration::kParamHidden);
+  p->SetDefaultValue(IRValue::SInt32(value));
+  return p;
+}
+
+// A function at a host address, called directly with the host's arguments.
+FunctionDeclaration* HostFunction(string name, IRDataType const& result, void* entry) {
+  FunctionDeclaration* f = FunctionDeclaration::New();
+  f->SetName(name);
+  f->SetBaseName(name);
+  f->SetType(result);
+  f->SetDispatchMethod(FunctionDeclaration::kDispatchHardCoded);
+  f->SetDispatchID((int32_t)reinterpret_cast<intptr_t>(entry));
+  return f;
+}
+
+}  // namespace
+
+void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
+  if (!module) return;
+  // The declaration reader needs a compilation context of its own.
+  SrcContext* context = new SrcContext;
+  InitParserGlobals(context);
+  long self = (long)reinterpret_cast<intptr_t>(mContext);
+  for (unsigned long i = 0; i < mHostMethods.size(); ++i) {
+    HostMethod const& item = mHostMethods[i];
+    FunctionDeclaration* method = ExtractMethodDeclaration(item.declaration, nullptr);
+    if (!method) continue;
+    if (IsRefusedHostType(method->GetType())) {
+      delete method;  // never added, so never locked: its maker deletes it
+      continue;
+    }
+    method->SetDispatchMethod(FunctionDeclaration::kDispatchHardCoded);
+    method->SetDispatchID((int32_t)reinterpret_cast<intptr_t>(item.entry));
+    if (item.hasSelf && method->CountParameters() > 0) {
+      ParameterDeclaration* first = method->GetParameter(0);
+      first->SetName(string("self"));
+      first->SetType(IRDataType(kTypeInteger));
+      first->SetMode(ParameterDeclaration::kParamHidden);
+      first->SetDefaultValue(IRValue::SInt32(self));
+    }
+    module->AddMethod(method);
+  }
+  for (unsigned long i = 0; i < mHostProperties.size(); ++i) {
+    HostProperty const& item = mHostProperties[i];
+    PropertyDeclaration* property = ExtractPropertyDeclaration(item.declaration);
+    if (!property) continue;
+    if (!IsRefusedHostType(property->GetType())) {
+      // A getter takes (self, param); a setter (self, param, value).
+      if (item.getter) {
+        FunctionDeclaration* get = HostFunction(property->GetName(), property->GetType(), item.getter);
+        get->AddParameter(HiddenIntegerParameter("self", self));
+        get->AddParameter(HiddenIntegerParameter("param", item.param));
+        module->AddMethod(get);
+      }
+      if (item.setter) {
+        FunctionDeclaration* set = HostFunction(property->GetName(), IRDataType(), item.setter);
+        set->AddParameter(HiddenIntegerParameter("self", self));
+        set->AddParameter(HiddenIntegerParameter("param", item.param));
+        ParameterDeclaration* value = ParameterDeclaration::New();
+        value->SetName(string("value"));
+        value->SetType(property->GetType());
+        value->SetDesignator(ParameterDeclaration::kDesignatorAssigns);
+        set->AddParameter(value);
+        module->AddMethod(set);
+      }
+    }
+    delete property;  // it only lent its name and type
+  }
+  delete context;
+}
 
 void KVScriptInterface::Precompile() {
   if (!mSource || mCode) return;
@@ -138,6 +222,7 @@ void KVScriptInterface::Precompile() {
   // Linking comes with the mini-linker: until then a module that compiled
   // yields no image, and Run executes nothing.
   module = Ref<CodeModule>();
+  prefix->Unlink();
   prefix->Unlock();
 }
 
