@@ -1282,7 +1282,9 @@ static int yylex() {
 
 #undef yyparse
 
+// Bison's C parser leaves the global yynerrs as the previous parse left it.
 int yyparse() {
+  yynerrs = 0;
   int result = RunParserTables();
   std::vector<yy_state_t>().swap(GrownStates<yy_state_t>());
   std::vector<Ref<SemBase>>().swap(sGrownValues);

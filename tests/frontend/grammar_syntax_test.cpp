@@ -107,7 +107,9 @@ const AcceptCase kAccepted[] = {
 class GrammarAccepts : public ::testing::TestWithParam<AcceptCase> {};
 
 TEST_P(GrammarAccepts, ParsesWithoutSyntaxError) {
+  ParseText("x = = 1\n");  // leaves a syntax error behind
   ParseOutcome outcome = ParseText(GetParam().text);
+  EXPECT_EQ(yynerrs, 0);
   EXPECT_EQ(outcome.result, 0) << outcome.Describe();
   EXPECT_FALSE(outcome.Has(SyntaxError)) << outcome.Describe();
   EXPECT_FALSE(outcome.Has(ParserStackOverflow)) << outcome.Describe();
@@ -195,8 +197,10 @@ TEST_P(GrammarRejects, EndsInSyntaxErrorAtItsLine) {
   EXPECT_EQ(outcome.result, 1) << outcome.Describe();
   ASSERT_TRUE(outcome.Has(SyntaxError)) << outcome.Describe();
   EXPECT_EQ(outcome.LineOf(SyntaxError), GetParam().line) << outcome.Describe();
-  // No recovery: the syntax error is the last report.
+  // No recovery: the syntax error is the last report, and the only one
+  // that yynerrs counts, whatever the parses before it did.
   EXPECT_EQ(outcome.errors.back().code, SyntaxError) << outcome.Describe();
+  EXPECT_EQ(yynerrs, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, GrammarRejects, ::testing::ValuesIn(kRejected));
