@@ -884,16 +884,17 @@ void InheritMethods(ClassDeclaration* cls, ClassDeclaration* parent) {
 
 void ComputeInheritance(ClassDeclaration* cls, ClassDeclaration* parent, ModuleDeclaration* module);
 
-// Brings a class to its final shape: through its parent if it names one
-// that is known, else on its own. An interface's type names the interface
+// The name of the class's parent; an interface's type names the interface
 // itself, which is no parent.
+string ParentName(ClassDeclaration* cls) {
+  return cls->IsInterface() ? string() : cls->GetType().GetClass();
+}
+
+// Brings a class to its final shape: through its parent if it names one
+// that is known, else on its own.
 void CompleteClass(ClassDeclaration* cls, ModuleDeclaration* module) {
-  string parentName = cls->GetType().GetClass();
-  if (cls->IsInterface() || parentName.Length() == 0) {
-    ComputeBaseClass(cls);
-    return;
-  }
-  ClassDeclaration* parent = module->LookupClass(parentName);
+  string parentName = ParentName(cls);
+  ClassDeclaration* parent = parentName.Length() ? module->LookupClass(parentName) : nullptr;
   if (parent) ComputeInheritance(cls, parent, module);
   else ComputeBaseClass(cls);
 }
@@ -935,18 +936,36 @@ void InheritConstants(ClassDeclaration* cls, ClassDeclaration* parent) {
   }
 }
 
-// Once per class: a class that has its parent is done, which is also what
-// stops a loop of Inherits. Such a loop is left connected for the grammar
-// to report and cut.
-void ComputeInheritance(ClassDeclaration* cls, ClassDeclaration* parent, ModuleDeclaration* module) {
-  if (!parent || cls->GetParent()) return;
-  cls->SetParent(parent);
-  if (parent == cls) return;
-  if (!parent->GetParent()) CompleteClass(parent, module);
+void InheritFrom(ClassDeclaration* cls, ClassDeclaration* parent) {
   InheritStorage(cls, parent);
   InheritEventsAndInterfaces(cls, parent);
   InheritMethods(cls, parent);
   InheritConstants(cls, parent);
+}
+
+// Once per class: a class that has its parent is done, which is also what
+// stops a loop of Inherits. Such a loop is left connected for the grammar
+// to report and cut. The ancestors not yet done are connected walking up
+// and completed walking down, so that a long chain costs no stack.
+void ComputeInheritance(ClassDeclaration* cls, ClassDeclaration* parent, ModuleDeclaration* module) {
+  SimpleVector<ClassDeclaration*> chain;
+  while (parent && !cls->GetParent()) {
+    cls->SetParent(parent);
+    chain.push_back(cls);
+    if (parent == cls || parent->GetParent()) break;
+    string grandName = ParentName(parent);
+    ClassDeclaration* grand = grandName.Length() ? module->LookupClass(grandName) : nullptr;
+    if (!grand) {
+      ComputeBaseClass(parent);
+      break;
+    }
+    cls = parent;
+    parent = grand;
+  }
+  for (unsigned long i = chain.size(); i-- > 0;) {
+    ClassDeclaration* child = chain[i];
+    if (child->GetParent() != child) InheritFrom(child, child->GetParent());
+  }
 }
 
 template <class T>

@@ -306,4 +306,24 @@ TEST_F(MinerClassesTest, ExternalMethodsKeepTheirLinkNames) {
   EXPECT_EQ(plain->GetParameter(1)->GetType().GetMainType(), kTypeWindowPtr);
 }
 
+TEST_F(MinerClassesTest, ALongChainIsLaidOutWithoutDeepRecursion) {
+  // The most derived class comes first, so the first class worked on pulls
+  // in the whole chain of ancestors.
+  const int kDepth = 50000;
+  std::string source;
+  for (int i = kDepth; i > 0; --i) {
+    source += "Class C" + std::to_string(i) + "\n";
+    if (i > 1) source += "  Inherits C" + std::to_string(i - 1) + "\n";
+    source += "  Private f As Integer\nEnd Class\n";
+  }
+  ModuleDeclaration* m = Mine(source.c_str());
+  EXPECT_FALSE(mFailed);
+  ClassDeclaration* last = Class(m, ("C" + std::to_string(kDepth)).c_str());
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(last->GetStorageSize(), 4 * kDepth);
+  EXPECT_EQ(last->LookupProperty("f")->GetOffset(), 4 * (kDepth - 1));
+  EXPECT_EQ(last->propertySlotCount, kDepth);
+  EXPECT_EQ(Class(m, "C2")->GetParent(), Class(m, "C1"));
+}
+
 }  // namespace
