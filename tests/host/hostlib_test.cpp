@@ -283,7 +283,6 @@ TEST(HostLibrary, ClocksRunForward) {
 
 TEST(HostLibrary, TheStandInHostAnswersTheEntriesByName) {
   StandInHostReset();
-  EXPECT_EQ(StandInResolve("StringDBCSMid3"), nullptr);
   RegisterHostLibrary();
   std::set<std::string> const kLaterFamilies = {
       "StringJoin", "StringSplit", "StringFormat", "RuntimeCMY", "RuntimeHSV", "RuntimeRGB", "rnd"};
