@@ -17,9 +17,11 @@
 #include "engine/LanguageOptions.h"
 #include "foundation/SimpleVector.h"
 #include "foundation/stringmap.h"
+#include "semantic/InterRep.h"
 #include "semantic/SemBase.h"
 
 class CompilerDelegate;
+class DebuggerSymbols;
 class ModuleDeclaration;
 class ClassDeclaration;
 class FunctionDeclaration;
@@ -27,8 +29,9 @@ class PropertyDeclaration;
 
 class SrcContext : public TacLiteralPool {
 public:
-  SrcContext() = default;
-  ~SrcContext() override = default;
+  // Opens the globals' table, storage class 0, as the first of `tables`.
+  SrcContext();
+  ~SrcContext() override;
 
   // The module that declarations are looked up in: the open `Module`, or
   // the root of the mined declarations.
@@ -38,6 +41,10 @@ public:
 
   // Progress and error sink; null is legal and leaves only hadError.
   CompilerDelegate* delegate = nullptr;
+  // The innermost open symbol table.
+  Ref<SymbolTable> currentTable;
+  // Every table of the compilation, so that tables outlive their scopes.
+  Ref<SymbolTableList> tables;
   // All the code of the compilation, a SemCode with the null type.
   Ref<SemBase> program;
   ModuleDeclaration* rootModule = nullptr;
@@ -54,6 +61,8 @@ public:
   // The flags in force, and those saved at the start of each open method.
   LanguageOptions options;
   SimpleVector<LanguageOptions> optionStack;
+  // Symbols to fill for a debugger, or null.
+  Ref<DebuggerSymbols> debugSymbols;
   // Open `#if` blocks, and per block whether one of its branches was taken.
   int32_t conditionalDepth = 0;
   SimpleVector<bool> conditionalTaken;

@@ -200,59 +200,39 @@ SymbolID SymbolTableIterator::Value() const {
   return all[(unsigned long)mPosition];
 }
 
-// The tables of the current compilation. The compilation context has no
-// place for them, so they are kept here, tagged with the context they
-// belong to, and started afresh when gContext names another one.
-namespace {
-struct ContextTables {
-  SrcContext* owner = nullptr;
-  Ref<SymbolTable> current;
-  Ref<SymbolTableList> list;
-};
-ContextTables sTables;
-}  // namespace
-
 void ResetSymbolTables() {
-  sTables.owner = gContext;
-  sTables.list.BindNewObject(new SymbolTableList());
-  sTables.current = SymbolTable::New(Ref<SymbolTable>(), StaticStorage, string());
-  sTables.list->AddTable(sTables.current);
-}
-
-static ContextTables& TablesOfCurrentContext() {
-  if (sTables.owner != gContext || !sTables.list) ResetSymbolTables();
-  return sTables;
+  if (!gContext) return;
+  gContext->tables.BindNewObject(new SymbolTableList());
+  gContext->currentTable = SymbolTable::New(Ref<SymbolTable>(), StaticStorage, string());
+  gContext->tables->AddTable(gContext->currentTable);
 }
 
 Ref<SymbolTable> CurrentSymbolTable() {
-  if (!gContext) return Ref<SymbolTable>();
-  return TablesOfCurrentContext().current;
+  return gContext ? gContext->currentTable : Ref<SymbolTable>();
 }
 
 Ref<SymbolTableList> CurrentSymbolTableList() {
-  if (!gContext) return Ref<SymbolTableList>();
-  return TablesOfCurrentContext().list;
+  return gContext ? gContext->tables : Ref<SymbolTableList>();
 }
 
 unsigned long NewSymTable(StorageClass storage, string name) {
   KV_ASSERT(gContext);
   if (!gContext) return 0;
-  ContextTables& state = TablesOfCurrentContext();
-  Ref<SymbolTable> table = SymbolTable::New(state.current, storage, name);
-  unsigned long at = state.list->AddTable(table);
-  state.current = table;
+  Ref<SymbolTable> table = SymbolTable::New(gContext->currentTable, storage, name);
+  unsigned long at = gContext->tables->AddTable(table);
+  gContext->currentTable = table;
   return at;
 }
 
 void PopSymTable() {
   KV_ASSERT(gContext);
   if (!gContext) return;
-  ContextTables& state = TablesOfCurrentContext();
-  KV_ASSERT(state.current->parent);
+  Ref<SymbolTable>& current = gContext->currentTable;
+  KV_ASSERT(current->parent);
   // The outermost table stays current: there is nothing to return to.
-  if (!state.current->parent) return;
-  state.current->Hibernate();
-  state.current = state.current->parent;
+  if (!current->parent) return;
+  current->Hibernate();
+  current = Ref<SymbolTable>(current->parent);
 }
 
 SymbolID AddSymbol(Ref<SemBase> identifier) {
