@@ -116,10 +116,10 @@ TEST(Flow, AJumpToALabelNeverPlacedIsError94) {
 // ---------------------------------------------------------------------------
 // Calls
 
-extern "C" int TestDigits(int a, int b, int c) { return a * 100 + b * 10 + c; }
-extern "C" double TestMix(int a, double b, float c) { return a + b * 10 + c * 100; }
-extern "C" int TestJunkHigh(int low) { return (int)0x7FFFFF00 | low; }
-extern "C" int TestSumVarargs(int n, ...) {
+int TestDigits(int a, int b, int c) { return a * 100 + b * 10 + c; }
+double TestMix(int a, double b, float c) { return a + b * 10 + c * 100; }
+int TestJunkHigh(int low) { return (int)0x7FFFFF00 | low; }
+int TestSumVarargs(int n, ...) {
   va_list args;
   va_start(args, n);
   int total = 0;
@@ -210,9 +210,9 @@ TEST(Calls, ArgumentsGoInOrderAndResultsComeBackByType) {
 // The register cache
 
 int32_t* gSharedGlobal;
-extern "C" void TestBumpGlobal() { *gSharedGlobal += 1000; }
-extern "C" int TestReadGlobal() { return *gSharedGlobal; }
-extern "C" int TestDeref(int32_t* p) { return *p; }
+void TestBumpGlobal() { *gSharedGlobal += 1000; }
+int TestReadGlobal() { return *gSharedGlobal; }
+int TestDeref(int32_t* p) { return *p; }
 
 TEST(RegisterCache, ACallForgetsWhatRegistersHeldAndMemoryIsCurrentBeforeIt) {
   int32_t shared = 0;
@@ -543,7 +543,7 @@ TEST(Exceptions, MarkerBlocksAreJumpedOverInNormalFlow) {
 // it, stores the exception in the handler's local and redirects the return.
 int32_t gRaisedObject = 4242;
 bool gRaise = false;
-extern "C" __attribute__((noinline)) void TestRaise() {
+__attribute__((noinline)) void TestRaise() {
   if (!gRaise) return;
   // Volatile: the compiler would otherwise drop a store into its own return slot.
   uint8_t* volatile* frame = (uint8_t* volatile*)__builtin_frame_address(0);
