@@ -10,6 +10,7 @@
 #pragma once
 
 #include "foundation/Ref.h"
+#include "foundation/SimpleVector.h"
 #include "frontend/ParserError.h"
 #include "semantic/SemBase.h"
 
@@ -28,13 +29,18 @@ extern int yynerrs;
 extern Ref<SemBase> yylval;
 
 // ---------------------------------------------------------------------------
-// Routines of the compilation context that the grammar calls. They are
-// defined in frontend/ContextRoutines.cpp until the context takes them over.
-// Every one tolerates null handles, which arrive after a reported error.
+// Routines of the compilation context that the grammar calls, defined with
+// the context in frontend/SrcContext.cpp. Every one tolerates null handles,
+// which arrive after a reported error.
 
 // One clause of `Dim`: `names` holds each variable's identifier followed by
 // its dimension values; `initialiser` may be null.
 Ref<SemBase> CompileDeclaration(Ref<SemBase> names, Ref<SemBase> type, Ref<SemBase> initialiser);
+// One variable of a clause: `dimensions` are its dimension values (none for
+// a plain variable), `initialiser` a value that may be used more than once.
+// Returns the lines that initialise it, or a null handle.
+Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimensions, Ref<SemBase> type,
+                           Ref<SemBase> initialiser);
 // A local `Const`; returns a null handle.
 Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value);
 // A reserved word used as a name: reports ReservedIdentifier and returns an
@@ -65,8 +71,8 @@ Ref<SemBase> FilterTemporaryVariables(Ref<SemBase> code);
 // Name lookup: a bare name, and `left.name`. `args` holds the subscripts or
 // arguments, `value` the right side of an assignment (null when the name is
 // read); `defaultError` is raised for an unknown name (kNoCompileError:
-// none). These belong to name lookup, and are defined with the context
-// routines until it lands.
+// none). These belong to name lookup, and are defined in
+// frontend/ContextRoutines.cpp until it lands.
 enum FunctionResultMode : int {
   kResultNeeded = 0,     // an expression: a Sub is NoResultValue
   kResultStatement = 1,  // `foo args` or an assignment: a Function is ResultIgnored

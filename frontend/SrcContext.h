@@ -9,6 +9,11 @@
 //   deleted, until the next InitParserGlobals: nothing may reach through it
 //   between compilations.
 // - hadError, once set by an Error routine, stays set until the context dies.
+// - The shared values of the process (the type identifiers of BasicType, the
+//   pragma table, the constant addresses of the three-address code and the
+//   intrinsic operands) are all made by the first InitParserGlobals and live
+//   until the process ends, so a compilation after the first allocates
+//   nothing that outlives it.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +43,15 @@ public:
   ModuleDeclaration* CurrentModule() const { return inModule ? currentModule : rootModule; }
   // Label numbers run from 1 and are never reused within a compilation.
   int32_t NewLabel() { return nextLabel++; }
+  // The label literal of a GoTo label, made at first use so that a label can
+  // be jumped to before it is placed. Names match ignoring case; labels have
+  // no scope, so one name is one label in the whole compilation.
+  TacAddr* NamedLabel(string name);
+  // One ObjectStorage address per link name, owned by the pool; the type and
+  // offset of the first request stand for every later one.
+  TacAddr* GetObjectSymbolAddr(IRDataType const& type, string const& name, unsigned offset);
+  // One StaticStorage address at offset 0 per link name, owned by the pool.
+  TacAddr* GetStaticSymbolAddr(IRDataType const& type, string const& name);
 
   // Progress and error sink; null is legal and leaves only hadError.
   CompilerDelegate* delegate = nullptr;
@@ -77,6 +91,50 @@ public:
 
 extern SrcContext* gContext;
 
-// Makes `context` the current compilation and the shared constants of the
-// three-address code, on the first call of the process.
+// The words of `#pragma`, numbered in this order; the effect of each on the
+// context's options is CompilePragma's.
+#define KV_PRAGMAS(X)                                          \
+  X(kPragmaDisableBoundsChecking, "disableBoundsChecking")     \
+  X(kPragmaDisableBackgroundTasks, "disableBackgroundTasks")   \
+  X(kPragmaDisableAutoWaitCursor, "disableAutoWaitCursor")     \
+  X(kPragmaBoundsChecking, "BoundsChecking")                   \
+  X(kPragmaBackgroundTasks, "BackgroundTasks")                 \
+  X(kPragmaStackOverflowChecking, "StackOverflowChecking")     \
+  X(kPragmaNilObjectChecking, "NilObjectChecking")             \
+  X(kPragmaDebug, "Debug")                                     \
+  X(kPragmaReset, "Reset")                                     \
+  X(kPragmaBindingPart, "BindingPart")                         \
+  X(kPragmaBindingSpecification, "BindingSpecification")
+
+enum pragmas : int32_t {
+#define KV_PRAGMA_ENUM(value, word) value,
+  KV_PRAGMAS(KV_PRAGMA_ENUM)
+#undef KV_PRAGMA_ENUM
+};
+
+#define KV_PRAGMA_COUNT(value, word) +1
+constexpr int kPragmaCount = 0 KV_PRAGMAS(KV_PRAGMA_COUNT);
+#undef KV_PRAGMA_COUNT
+static_assert(kPragmaCount == 11 && kPragmaBindingSpecification == 10, "the pragma numbering is fixed");
+
+// The intrinsics that the context's routines call, by the fixed numbers of
+// the run-time library's list; the first InitParserGlobals checks the names.
+constexpr long kIntrinsicRuntimeInit = 1;
+constexpr long kIntrinsicRuntimeExit = 2;
+constexpr long kIntrinsicRuntimeDebugEntry = 43;
+
+// The table of pragma words, which match without regard to ASCII case. Made
+// by the first InitParserGlobals; never null after it.
+StringMap<pragmas> const* PragmaTable();
+
+// The method routines push the options at a method's start and pop them at
+// its end, so a pragma inside a method lasts to its end. ResetPragmas copies
+// the top back without popping; with nothing pushed (the main program) the
+// options stay as they are, as does PopPragmas on an empty stack.
+void PushPragmas();
+void PopPragmas();
+void ResetPragmas();
+
+// Makes `context` the current compilation; the first call of the process
+// also makes the shared values (see the invariants above).
 void InitParserGlobals(SrcContext* context);
