@@ -1,0 +1,93 @@
+// Shared by the compilation context's tests: a context that stays alive
+// after its parse, so that a test can read what the grammar's routines left
+// in it (options, symbol tables, the program's code), together with the
+// errors reported and the trace of the placeholder routines.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "frontend/Miner.h"
+#include "frontend/Modules.h"
+#include "semantic/DeclarationTable.h"
+#include "tests/frontend/grammar_ParseFixture.h"
+
+class ContextFixture : public ::testing::Test {
+protected:
+  void SetUp() override {
+    mContext = new SrcContext;
+    InitParserGlobals(mContext);
+    mContext->delegate = &mDelegate;
+    RoutineTrace::Current() = &mTrace;
+    gRoutineTraceHook = &RoutineTrace::Hook;
+  }
+
+  void TearDown() override {
+    gRoutineTraceHook = nullptr;
+    RoutineTrace::Current() = nullptr;
+    if (mContext->rootModule) {
+      mContext->rootModule->Unlink();
+      delete mContext->rootModule;
+    }
+    InitLexer(nullptr);
+    yylval = kNullSemBase;
+    delete mContext;
+    gContext = nullptr;
+  }
+
+  // Parses `text` in this fixture's context; with `mine`, the miner reads
+  // it first, as a compilation does, so that its classes and modules exist.
+  int Parse(char const* text, bool mine = false) {
+    if (mine) {
+      bool broken = false;
+      mContext->rootModule = ExtractDeclarations(text, broken, nullptr);
+      EXPECT_FALSE(broken);
+    }
+    InitLexer(text);
+    return yyparse();
+  }
+
+  // The names assigned to by statements that reached the grammar's
+  // routines, in order: "a = 1" shows as "a".
+  std::string AssignedNames() const {
+    std::string names;
+    for (std::string const& call : mTrace.calls) {
+      if (call.rfind("CompileLookup(", 0) != 0 || call.find("; 1, ") == std::string::npos) continue;
+      size_t from = sizeof("CompileLookup(") - 1;
+      names += (names.empty() ? "" : " ") + call.substr(from, call.find(',') - from);
+    }
+    return names;
+  }
+
+  std::string Errors() const {
+    ParseOutcome outcome;
+    outcome.result = 0;
+    outcome.errors = mDelegate.errors;
+    return outcome.Describe();
+  }
+
+  int LineOf(CompileErrorCode code) const {
+    for (ReportedError const& e : mDelegate.errors)
+      if (e.code == code) return e.line;
+    return -2;
+  }
+
+  // The user-visible symbols of table `at`, as "name:type@offset" items.
+  std::string Symbols(unsigned long at) const {
+    std::string text;
+    SymbolTableIterator it(mContext->tables->GetTable(at));
+    while (it.Next()) {
+      SymbolID s = it.Value();
+      if (!s.UserVisible()) continue;
+      text += (text.empty() ? "" : " ") + std::string(s.Name().CString()) + ":" + s.GetType().ToString().CString() +
+              "@" + std::to_string(s.StorageOffset());
+    }
+    return text;
+  }
+
+  SrcContext* mContext = nullptr;
+  RecordingDelegate mDelegate;
+  RoutineTrace mTrace;
+};
