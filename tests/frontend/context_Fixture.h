@@ -74,14 +74,17 @@ protected:
     return -2;
   }
 
-  // The user-visible symbols of table `at`, as "name:type@offset" items.
+  // The user-visible symbols of table `at`, as "name:type@offset" items; an
+  // array's type shows its dimensions: "Integer()2".
   std::string Symbols(unsigned long at) const {
     std::string text;
     SymbolTableIterator it(mContext->tables->GetTable(at));
     while (it.Next()) {
       SymbolID s = it.Value();
       if (!s.UserVisible()) continue;
-      text += (text.empty() ? "" : " ") + std::string(s.Name().CString()) + ":" + s.GetType().ToString().CString() +
+      IRDataType type = s.GetType();
+      std::string dims = type.GetMainType() == kTypeArray ? std::to_string(type.GetDimensions()) : "";
+      text += (text.empty() ? "" : " ") + std::string(s.Name().CString()) + ":" + type.ToString().CString() + dims +
               "@" + std::to_string(s.StorageOffset());
     }
     return text;
