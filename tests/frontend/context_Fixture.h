@@ -40,13 +40,16 @@ protected:
   // Parses `text` in this fixture's context; with `mine`, the miner reads
   // it first, as a compilation does, so that its classes and modules exist.
   int Parse(char const* text, bool mine = false) {
-    if (mine) {
-      bool broken = false;
-      mContext->rootModule = ExtractDeclarations(text, broken, nullptr);
-      EXPECT_FALSE(broken);
-    }
+    if (mine) Mine(text);
     InitLexer(text);
     return yyparse();
+  }
+
+  // The declarations of `text` become the context's root module.
+  void Mine(char const* text) {
+    bool broken = false;
+    mContext->rootModule = ExtractDeclarations(text, broken, nullptr);
+    EXPECT_FALSE(broken);
   }
 
   // The names assigned to by statements that reached the grammar's
