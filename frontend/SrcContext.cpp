@@ -5,7 +5,6 @@
 #include "backend/DebuggerSymbols.h"
 #include "codebuild/Finalization.h"
 #include "codebuild/Placeholders.h"
-#include "foundation/kvassert.h"
 #include "frontend/Parser.h"
 #include "frontend/ParserError.h"
 #include "frontend/lexer.h"
@@ -107,12 +106,6 @@ void MakePragmaTable() {
 // Every operand of a tac_Intrinsic line is made now rather than at the
 // first call of each intrinsic, which could fall in any later compilation.
 void MakeIntrinsicOperands() {
-  SimpleVector<string> const& names = IntrinsicFunctionNames();
-  KV_ASSERT(names.size() == (unsigned long)kIntrinsicFunctionCount);
-  KV_ASSERT(names[kIntrinsicRuntimeInit] == string("RuntimeInit"));
-  KV_ASSERT(names[kIntrinsicRuntimeExit] == string("RuntimeExit"));
-  KV_ASSERT(names[kIntrinsicRuntimeDebugEntry] == string("RuntimeDebugEntry"));
-  (void)names;
   for (long i = 0; i < kIntrinsicFunctionCount; ++i) IntrinsicTacAddr(i);
 }
 

@@ -118,7 +118,7 @@ constexpr int kPragmaCount = 0 KV_PRAGMAS(KV_PRAGMA_COUNT);
 static_assert(kPragmaCount == 11 && kPragmaBindingSpecification == 10, "the pragma numbering is fixed");
 
 // The intrinsics that the context's routines call, by the fixed numbers of
-// the run-time library's list; the first InitParserGlobals checks the names.
+// the run-time library's list (RuntimeInit, RuntimeExit, RuntimeDebugEntry).
 constexpr long kIntrinsicRuntimeInit = 1;
 constexpr long kIntrinsicRuntimeExit = 2;
 constexpr long kIntrinsicRuntimeDebugEntry = 43;
