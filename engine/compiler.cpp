@@ -1,5 +1,6 @@
 #include "engine/compiler.h"
 
+#include "backend/CGIA32.h"
 #include "backend/DebuggerSymbols.h"
 #include "backend/codestorage.h"
 #include "frontend/Miner.h"
@@ -8,6 +9,7 @@
 #include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
 #include "semantic/DeclarationTable.h"
+#include "semantic/InterRep.h"
 
 bool SyntaxFilterDelegate::CompilerFrontendProgress(int current, int total) {
   return mForward && mForward->CompilerFrontendProgress(current, total);
@@ -65,12 +67,15 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
 
   InitLexer(source);
   int status = yyparse() | (context->hadError ? 1 : 0);
-  // Debug information is only worth copying from a text that parsed cleanly;
-  // the copy lands with the debugger's symbol tables.
-  if (status == 0) {
-    // Code generation starts from the whole program's three-address code.
-    result = GenerateCode(context);
-  }
+  // The lexer's last token value points into this compilation's literal
+  // pool, which dies with the context below.
+  yylval = kNullSemBase;
+  // Debug information is only worth copying from a text that parsed
+  // cleanly; the copy lands with the debugger's symbol tables.
+  // The whole program's three-address code, whatever the status.
+  TacBlock* block = context->program ? context->program->Code() : nullptr;
+  if (status == 0 && block)
+    result = GenerateCode(context, block);
   // A root module that the miner made for want of a prefix belongs to this
   // compilation; a prefix stays with the caller.
   if (!mPrefix && context->rootModule) {
@@ -97,10 +102,17 @@ void Compiler::AddCallerConstants(ModuleDeclaration* root) {
   delete it;
 }
 
-Ref<CodeModule> Compiler::GenerateCode(SrcContext* context) {
-  TacBlock* block = context->program ? context->program->Code() : nullptr;
-  (void)block;
-  // The code generators are not built yet: until they are, a compilation
-  // that parsed cleanly ends here with no module, like a stopped one.
-  return Ref<CodeModule>();
+Ref<CodeModule> Compiler::GenerateCode(SrcContext* context, TacBlock* block) {
+  if (targetFamily != kTargetIA32) {
+    // The PowerPC generator is not part of this build.
+    if (mDelegate)
+      mDelegate->CompilerFailed(string("no code generator for this target family"));
+    return Ref<CodeModule>();
+  }
+  CGIA32 generator;
+  generator.Configure(ia32Options, intrinsics);
+  // The real delegate, never the syntax filter: the back end's errors count.
+  generator.SetDelegate(mDelegate);
+  generator.SetDebug(debugSymbols);
+  return generator.Generate(block, context->tables);
 }

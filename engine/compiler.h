@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "backend/codegenerator.h"
 #include "engine/CompilerDelegate.h"
 #include "engine/LanguageOptions.h"
 #include "foundation/Ref.h"
@@ -20,25 +21,13 @@ class CodeModule;
 class DebuggerSymbols;
 class ModuleDeclaration;
 class SrcContext;
+class TacBlock;
 
 // Number of intrinsic functions; the intrinsic name list has one entry each.
 constexpr int kIntrinsicCount = 57;
 
 // Target processor families of the code generators.
 enum TargetFamily : int32_t { kTargetPowerPC = 0, kTargetIA32 = 1 };
-
-// Options of the PowerPC generator: seven bytes, all zero by default.
-struct CGPPCOptions {
-  int32_t tocMode = 0;
-  bool largeCodeToc = false;
-  bool largeStringToc = false;
-  bool traceback = false;
-};
-
-// Options of the IA-32 generator: one word; no generated code depends on it.
-struct CGIA32Options {
-  uint32_t flags = 0;
-};
 
 // Forwards everything to another delegate but compile errors, of which only
 // syntax errors pass. Used when the miner found the block structure broken:
@@ -87,7 +76,7 @@ public:
 
 private:
   void AddCallerConstants(ModuleDeclaration* root);
-  Ref<CodeModule> GenerateCode(SrcContext* context);
+  Ref<CodeModule> GenerateCode(SrcContext* context, TacBlock* block);
 
   CompilerDelegate* mDelegate = nullptr;
   ModuleDeclaration* mPrefix = nullptr;

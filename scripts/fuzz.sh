@@ -1,35 +1,33 @@
 #!/usr/bin/env bash
-# Builds the lexer's fuzz target with clang in its own build directory and
-# runs it for a fixed number of inputs, so that CI can afford it.
-# Usage: scripts/fuzz.sh [runs]   (default 20000; FUZZ_BUILD_DIR overrides the directory)
+# Builds the fuzz targets with clang in their own build directory and runs
+# each for a fixed number of inputs, so that CI can afford it.
+# Usage: scripts/fuzz.sh [runs] [target...]
+#   runs     inputs per target (default 20000)
+#   target   lexer_fuzz, parse_fuzz, compile_fuzz (default: all)
+# FUZZ_BUILD_DIR overrides the build directory.
 set -euo pipefail
 
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"
 runs="${1:-20000}"
+shift || true
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(lexer_fuzz parse_fuzz compile_fuzz)
 
-hook=()
-# The tree takes in tests/fuzz through tests/CMakeLists.txt; until it does,
-# its list is read from here, once the tree's own targets exist.
 mkdir -p "$build"
-if ! grep -q 'add_subdirectory(fuzz)' "$root/tests/CMakeLists.txt"; then
-  hookfile="$build/fuzz-hook.cmake"
-  cat > "$hookfile" <<HOOK
-cmake_language(DEFER DIRECTORY "$root" CALL include "$root/tests/fuzz/CMakeLists.txt")
-HOOK
-  hook=(-DCMAKE_PROJECT_kvscript_INCLUDE="$hookfile")
-fi
-
 cmake -S "$root" -B "$build" -G Ninja \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKV_FUZZ=ON -DKV_DIRECT_ALLOC=ON "${hook[@]}" > "$build/configure.log"
-cmake --build "$build" --target lexer_fuzz
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKV_FUZZ=ON -DKV_DIRECT_ALLOC=ON > "$build/configure.log"
+cmake --build "$build" --target "${targets[@]}"
 
-# Copies the seeds so the fuzzer's additions stay out of the source tree.
-corpus="$build/lexer-corpus"
-mkdir -p "$corpus"
-cp "$root/tests/fuzz/corpus/"* "$corpus/"
-
-fuzzer="$(find "$build" -name lexer_fuzz -type f -perm -u+x | head -n 1)"
-"$fuzzer" -runs="$runs" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus"
-echo "lexer fuzz: $runs inputs, no failure"
+for target in "${targets[@]}"; do
+  # Seeds are copied so the fuzzer's additions stay out of the source tree.
+  corpus="$build/$target-corpus"
+  mkdir -p "$corpus"
+  cp "$root/tests/fuzz/corpus/"* "$corpus/"
+  [ "$target" = lexer_fuzz ] || cp "$root/tests/frontend/corpus/"*.kvs "$corpus/"
+  fuzzer="$build/tests/fuzz/$target"
+  "$fuzzer" -runs="$runs" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus" \
+    2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
+  echo "$target: $runs inputs, no failure"
+done

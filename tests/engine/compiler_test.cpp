@@ -135,6 +135,37 @@ TEST(CompilerDriver, WithoutADelegateTheFirstErrorStopsAtTheNextPoll) {
   EXPECT_FALSE(compiler.Compile("If True\nEnd If\nIf True\nEnd If\n"));
 }
 
+TEST(CompilerDriver, ACleanParseIsGeneratedForIA32) {
+  RecordingDelegate delegate;
+  Compiler compiler;
+  compiler.targetFamily = kTargetIA32;
+  compiler.SetDelegate(&delegate);
+  Ref<CodeModule> module = compiler.Compile("Dim a As Integer\nSub Main()\nEnd Sub\n");
+  ASSERT_TRUE(module);
+  EXPECT_TRUE(delegate.errors.empty());
+  EXPECT_EQ(module->family, CodeModule::kFamilyIA32);
+  EXPECT_GE(module->functions.size(), 1u);
+}
+
+TEST(CompilerDriver, OneSemanticErrorSkipsCodeGeneration) {
+  RecordingDelegate delegate;
+  Compiler compiler;
+  compiler.targetFamily = kTargetIA32;
+  compiler.SetDelegate(&delegate);
+  EXPECT_FALSE(compiler.Compile("Dim a As Boolean\nIf a\nEnd If\n"));
+  EXPECT_EQ(delegate.errors.size(), 1u);
+}
+
+TEST(CompilerDriver, TheUnbuiltPowerPCFamilyFailsPlainly) {
+  RecordingDelegate delegate;
+  Compiler compiler;
+  compiler.targetFamily = kTargetPowerPC;
+  compiler.SetDelegate(&delegate);
+  EXPECT_FALSE(compiler.Compile("Dim a As Integer\n"));
+  EXPECT_EQ(delegate.failures.size(), 1u);
+  EXPECT_TRUE(delegate.errors.empty());
+}
+
 TEST(CompilerDriver, CallerConstantsBecomeBooleanConstantsOfTheRoot) {
   ModuleDeclaration* prefix = new ModuleDeclaration;
   prefix->Lock();

@@ -1,0 +1,46 @@
+// Whole compilations of arbitrary bytes, as a host would start them: the
+// source goes in through SetSource and Precompile runs the miner, the parser
+// and whatever follows. Beside the sanitizers' findings it checks that a
+// compile gives back every counted block it took.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "engine/KVScriptInterface.h"
+#include "foundation/TextEncodingUtil.h"
+#include "foundation/utility.h"
+
+namespace {
+
+// Counts errors, so that the reports are exercised too.
+class CountingEngine : public KVScriptInterface {
+public:
+  void CompilerError(CompileErrorCode, unsigned long) override { ++errors; }
+  using KVScriptInterface::CompilerError;
+  long errors = 0;
+};
+
+void CompileOnce(char const* text, unsigned long length) {
+  CountingEngine engine;
+  engine.SetSource(text, length);
+  engine.Precompile();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+  // The first compile of a process makes the shared values that live on.
+  static bool warmed = false;
+  if (!warmed) {
+    warmed = true;
+    CompileOnce("Dim a As Integer\n", 17);
+  }
+  long before = gTotalAllocLen;
+  CompileOnce(reinterpret_cast<char const*>(data), (unsigned long)size);
+  ClearConvertEncodingCache();
+  if (gTotalAllocLen != before) {
+    fprintf(stderr, "compile leaked %ld counted bytes\n", gTotalAllocLen - before);
+    abort();
+  }
+  return 0;
+}
