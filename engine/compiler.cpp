@@ -2,6 +2,7 @@
 
 #include "backend/CGIA32.h"
 #include "backend/DebuggerSymbols.h"
+#include "backend/TacPrinter.h"
 #include "backend/codestorage.h"
 #include "frontend/Miner.h"
 #include "frontend/Parser.h"
@@ -74,6 +75,8 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   // cleanly; the copy lands with the debugger's symbol tables.
   // The whole program's three-address code, whatever the status.
   TacBlock* block = context->program ? context->program->Code() : nullptr;
+  if (status == 0 && block && listing)
+    *listing = ListTacBlock(*block);
   if (status == 0 && block)
     result = GenerateCode(context, block);
   // A root module that the miner made for want of a prefix belongs to this

@@ -73,6 +73,9 @@ public:
   CGIA32Options ia32Options;
   // Named boolean compile-time constants given by the caller.
   StringMap<bool> constants;
+  // When set, receives the listing of the program's three-address code of
+  // a clean parse, for users who ask to see what their script compiles to.
+  string* listing = nullptr;
 
 private:
   void AddCallerConstants(ModuleDeclaration* root);

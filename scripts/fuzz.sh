@@ -3,7 +3,7 @@
 # each for a fixed number of inputs, so that CI can afford it.
 # Usage: scripts/fuzz.sh [runs] [target...]
 #   runs     inputs per target (default 20000)
-#   target   lexer_fuzz, parse_fuzz, compile_fuzz (default: all)
+#   target   lexer_fuzz, miner_fuzz, parse_fuzz, compile_fuzz (default: all)
 # FUZZ_BUILD_DIR overrides the build directory.
 set -euo pipefail
 
@@ -12,7 +12,7 @@ build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"
 runs="${1:-20000}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(lexer_fuzz parse_fuzz compile_fuzz)
+[ ${#targets[@]} -gt 0 ] || targets=(lexer_fuzz miner_fuzz parse_fuzz compile_fuzz)
 
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja \
