@@ -27,14 +27,24 @@ public:
   void ia32_Write16(int value) override { block->Append16((unsigned long)value); }
   void ia32_Write32(int value) override { block->Append32((unsigned long)value); }
 
+  // The library is compiled for a stack aligned to 16 bytes at each call,
+  // and the sanitizers rely on it: the frame aligns itself.
   void Prolog() {
     ia32_push(kEBP);
     ia32_mov(kModRegister, kEBP, kESP);
+    ia32_and_imm8_se(kModRegister, kESP, -16);
   }
   void Epilog() {
+    ia32_mov(kModRegister, kESP, kEBP);
     ia32_pop(kEBP);
     ia32_ret_near();
   }
+  // Room that keeps the stack aligned once `count` arguments are pushed.
+  void ReserveArgs(int count) {
+    int pad = (16 - 4 * count % 16) % 16;
+    if (pad) ia32_sub_imm32(kModRegister, kESP, pad);
+  }
+  void DropArgs(int count) { ia32_add_imm32(kModRegister, kESP, (4 * count + 15) / 16 * 16); }
   // call rel32 to a named function; returns the offset of the rel32 field.
   int Call(char const* name) {
     int field = (int)block->Length() + 1;
@@ -72,9 +82,17 @@ public:
   }
   // Calls a one-argument outside function with eax and drops the argument.
   void CallWithEAX(char const* name) {
+    ReserveArgs(1);
     ia32_push(kEAX);
     Call(name);
-    ia32_add_imm32(kModRegister, kESP, 4);
+    DropArgs(1);
+  }
+  // Calls a one-argument outside function with a literal.
+  void CallWithLiteral(char const* name, string text) {
+    ReserveArgs(1);
+    PushLiteral(text);
+    Call(name);
+    DropArgs(1);
   }
 
   Ref<FunctionBlock> block;

@@ -160,20 +160,14 @@ TEST_F(LinkIA32, IdenticalLiteralsShareOneRecordButCaseMakesADifferentOne) {
   Ref<CodeModule> module = NewModule();
   FunctionWriter main(module, "% main");
   main.Prolog();
-  main.PushLiteral(hello);
-  main.Call("Record");
-  main.ia32_add_imm32(kModRegister, kESP, 4);
+  main.CallWithLiteral("Record", hello);
   main.Call("Second");
   main.Epilog();
   FunctionWriter second(module, "Second");
   second.Prolog();
-  second.PushLiteral(helloAgain);
-  second.Call("Record");
-  second.PushLiteral(upper);
-  second.Call("Record");
-  second.PushLiteral(string());  // the empty literal is the null record
-  second.Call("Record");
-  second.ia32_add_imm32(kModRegister, kESP, 12);
+  second.CallWithLiteral("Record", helloAgain);
+  second.CallWithLiteral("Record", upper);
+  second.CallWithLiteral("Record", string());  // the empty literal is the null record
   second.Epilog();
   ASSERT_NE(hello.Storage(), helloAgain.Storage());
 
@@ -199,9 +193,7 @@ TEST_F(LinkIA32, LiteralsOutliveTheModuleThatNamedThem) {
     Ref<CodeModule> module = NewModule();
     FunctionWriter main(module, "% main");
     main.Prolog();
-    main.PushLiteral(text);
-    main.Call("Record");
-    main.ia32_add_imm32(kModRegister, kESP, 4);
+    main.CallWithLiteral("Record", text);
     main.Epilog();
     image = Link(module);
     address = (uintptr_t)text.Storage();

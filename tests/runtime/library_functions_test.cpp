@@ -173,21 +173,16 @@ TEST_F(LibraryFunctions, LinkedCodePrintsThroughTheTable) {
   FunctionWriter main(module, "% main");
   main.Prolog();
   main.Call("RuntimeInit");
-  main.PushLiteral("who?");
-  main.Call("Input");
-  main.ia32_add_imm32(kModRegister, kESP, 4);
-  main.ia32_push(kEAX);  // kept for the unlock
-  main.ia32_push(kEAX);
-  main.Call("Print");
-  main.ia32_add_imm32(kModRegister, kESP, 4);
-  main.Call("RuntimeUnlockString");
-  main.ia32_add_imm32(kModRegister, kESP, 4);
-  main.PushLiteral("bye");
-  main.Call("Print");
-  main.ia32_add_imm32(kModRegister, kESP, 4);
+  main.CallWithLiteral("Input", "who?");
+  main.StoreGlobal("answer");
+  main.CallWithEAX("Print");
+  main.LoadGlobal("answer");
+  main.CallWithEAX("RuntimeUnlockString");
+  main.CallWithLiteral("Print", "bye");
   main.Call("RuntimeExit");
   main.Epilog();
 
+  module->globalSizes.AddEntry("answer", 4);
   StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
   std::unique_ptr<RunReadyCode> image(MiniLink(module, table));
   delete table;  // only the addresses live on in the image
