@@ -204,12 +204,12 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
   delete context;
 }
 
-void KVScriptInterface::Precompile() {
-  if (!mSource || mCode) return;
+Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
   Compiler compiler;
   // The intrinsic list comes with the run-time library; until then the
   // compiler keeps its empty names.
   compiler.targetFamily = kTargetIA32;
+  compiler.listing = listing;
   // The library's declarations join this module when the run-time library
   // provides them; the host's callbacks are encoded into it either way. The
   // lock keeps it, and everything merged into it, until the compile is over.
@@ -219,11 +219,22 @@ void KVScriptInterface::Precompile() {
   compiler.SetPrefix(prefix);
   compiler.SetDelegate(this);
   Ref<CodeModule> module = compiler.Compile(mSource);
-  // Linking comes with the mini-linker: until then a module that compiled
-  // yields no image, and Run executes nothing.
-  module = Ref<CodeModule>();
   prefix->Unlink();
   prefix->Unlock();
+  return module;
+}
+
+void KVScriptInterface::Precompile() {
+  if (!mSource || mCode) return;
+  Ref<CodeModule> module = CompileSource(nullptr);
+  // Linking comes with the mini-linker: until then a module that compiled
+  // yields no image, and Run executes nothing.
+}
+
+bool KVScriptInterface::ListThreeAddressCode(string* listing) {
+  if (!mSource || !listing) return false;
+  *listing = string();
+  return (bool)CompileSource(listing);
 }
 
 void KVScriptInterface::Run() {

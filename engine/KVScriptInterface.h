@@ -18,10 +18,12 @@
 #pragma once
 
 #include "engine/CompilerDelegate.h"
+#include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
 #include "foundation/string.h"
 #include "frontend/ParserError.h"
 
+class CodeModule;
 class RunReadyCode;
 class ModuleDeclaration;
 struct RuntimeClass;
@@ -113,6 +115,10 @@ public:
   // functions. Its body needs the declaration parser, which the engine does
   // not have yet: until then it adds nothing.
   void EncodeHostCallbacks(ModuleDeclaration* module);
+  // Compiles the source as Precompile would, without keeping an image, and
+  // fills `listing` with its three-address code; errors go to the events as
+  // usual. False if the source didn't compile.
+  bool ListThreeAddressCode(string* listing);
 
   char const* Source() const { return mSource; }
   RunReadyCode* Code() const { return mCode; }
@@ -132,6 +138,10 @@ protected:
   SimpleVector<HostProperty> mHostProperties;
 
 private:
+  // One compile of mSource with the library's and the host's declarations
+  // in front; the module, or null after errors (reported to the events).
+  Ref<CodeModule> CompileSource(string* listing);
+
   KVScriptInterface(KVScriptInterface const&) = delete;
   KVScriptInterface& operator=(KVScriptInterface const&) = delete;
 };

@@ -4,10 +4,12 @@
 //   kvscript FILE        run the script in FILE
 //   kvscript -           run the script read from standard input
 //   kvscript -e TEXT     run TEXT
+//   kvscript --tac ...   print the script's three-address code instead
 //
 // Print writes a line to standard output, Input reads one from standard
-// input; compile and run-time errors go to standard error. The exit status
-// is 0 when the script completed, 1 when it reported an error, 2 for a
+// input; compile and run-time errors go to standard error, one line each.
+// The exit status is 0 when the script completed, 1 after compile errors
+// (nothing runs then), 2 after an unhandled script exception, and 64 for a
 // command-line or file problem.
 #include <cstdio>
 #include <cstring>
@@ -16,17 +18,25 @@
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "engine/PluginMain.h"
+#include "frontend/ParserError.h"
 #include "host/StandInHost.h"
 
 namespace {
 
 constexpr char kVersion[] = "kvscript 0.1";
-constexpr int kExitUsage = 2;
+constexpr int kExitCompileError = 1;
+constexpr int kExitRuntimeError = 2;
+constexpr int kExitUsage = 64;
 
 void PrintUsage(FILE* out) {
   fprintf(out,
-          "usage: kvscript FILE | kvscript - | kvscript -e TEXT\n"
-          "       kvscript --help | --version\n");
+          "usage: kvscript [--tac] FILE | - | -e TEXT\n"
+          "       kvscript --help | --version\n"
+          "\n"
+          "Compiles the script to native code and runs it. Print writes to standard\n"
+          "output; Input reads a line from standard input. --tac prints the\n"
+          "three-address code the script compiles to instead of running it.\n"
+          "Exit status: 0 done, 1 compile errors, 2 unhandled exception, 64 usage.\n");
 }
 
 bool ReadAll(FILE* in, std::string* text) {
@@ -51,18 +61,22 @@ VELDstringStruct* OnInput(VELDobjectStruct*, VELDstringStruct* prompt) {
 }
 
 char const* sScriptName = "";
+bool sRuntimeError = false;
 
-void OnCompilerError(VELDobjectStruct*, long line, long errorNumber, VELDstringStruct* msg) {
+// FILE:LINE: error CODE: NAME, with lines counted from 1.
+void OnCompilerError(VELDobjectStruct*, long line, long errorNumber, VELDstringStruct*) {
+  char const* name = CompileErrorName((CompileErrorCode)errorNumber);
   fprintf(stderr, "%s:%ld: error %ld: %s\n", sScriptName, line + 1, errorNumber,
-          VELDstringStruct::CString(msg));
+          name ? name : "UnknownError");
 }
 
-void OnRuntimeError(VELDobjectStruct*, long line, VELDobjectStruct* error) {
-  fprintf(stderr, "%s:%ld: run-time error: %s\n", sScriptName, line + 1,
-          StandInClassName(error));
+void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
+  sRuntimeError = true;
+  char const* name = error ? StandInClassName(error) : nullptr;
+  fprintf(stderr, "%s: runtime error: unhandled %s\n", sScriptName, name ? name : "exception");
 }
 
-int RunScript(char const* name, std::string const& text) {
+int RunScript(char const* name, std::string const& text, bool listOnly) {
   sScriptName = name;
   VELDPluginMain(StandInResolve);
   VELDobjectStruct* script = VELDnewInstance("KvScript");
@@ -78,6 +92,13 @@ int RunScript(char const* name, std::string const& text) {
   VELDstringStruct* source = StandInString(text.data(), (long)text.size(), kEncodingUTF8);
   StandInSetStringProperty(script, "Source", source);
   VELDUnlockString(source);
+  if (listOnly) {
+    string listing;
+    bool ok = KvScriptDataOf(script)->interpreter->ListThreeAddressCode(&listing);
+    fwrite(listing.CString(), 1, (size_t)listing.Length(), stdout);
+    VELDUnlockObject(script);
+    return ok ? 0 : kExitCompileError;
+  }
   // A source that doesn't compile is reported once, not again by Run.
   StandInCallMethod(script, "Precompile");
   long state = 0;
@@ -87,19 +108,21 @@ int RunScript(char const* name, std::string const& text) {
     StandInGetIntegerProperty(script, "State", &state);
   }
 
-  bool compiled = KvScriptDataOf(script)->interpreter->Code() != nullptr;
-  if (!compiled && state != ScriptStateError)
+  bool linked = KvScriptDataOf(script)->interpreter->Code() != nullptr;
+  if (!linked && state != ScriptStateError)
     fprintf(stderr,
-            "kvscript: the compiler does not generate code yet; %s (%lu bytes) was "
-            "accepted, compiled to nothing and ran nothing; state %ld\n",
-            name, (unsigned long)text.size(), state);
+            "kvscript: %s compiled, but the engine cannot link and run code yet; "
+            "nothing ran (see --tac for what it compiles to)\n", name);
   VELDUnlockObject(script);
-  return state == ScriptStateComplete ? 0 : 1;
+  if (state == ScriptStateComplete) return 0;
+  return sRuntimeError ? kExitRuntimeError : kExitCompileError;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  int first = 1;
+  bool listOnly = false;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
     PrintUsage(stdout);
     return 0;
@@ -108,29 +131,36 @@ int main(int argc, char** argv) {
     printf("%s\n", kVersion);
     return 0;
   }
-  if (argc == 3 && strcmp(argv[1], "-e") == 0) return RunScript("-e", argv[2]);
-  if (argc != 2 || (argv[1][0] == '-' && argv[1][1] != 0)) {
+  if (argc > 1 && strcmp(argv[1], "--tac") == 0) {
+    listOnly = true;
+    first = 2;
+  }
+  int rest = argc - first;
+  if (rest == 2 && strcmp(argv[first], "-e") == 0)
+    return RunScript("-e", argv[first + 1], listOnly);
+  char const* path = rest == 1 ? argv[first] : nullptr;
+  if (!path || (path[0] == '-' && path[1] != 0)) {
     PrintUsage(stderr);
     return kExitUsage;
   }
   std::string text;
-  if (strcmp(argv[1], "-") == 0) {
+  if (strcmp(path, "-") == 0) {
     if (!ReadAll(stdin, &text)) {
       fprintf(stderr, "kvscript: cannot read standard input\n");
       return kExitUsage;
     }
-    return RunScript("-", text);
+    return RunScript("-", text, listOnly);
   }
-  FILE* file = fopen(argv[1], "rb");
+  FILE* file = fopen(path, "rb");
   if (!file) {
-    fprintf(stderr, "kvscript: cannot open %s\n", argv[1]);
+    fprintf(stderr, "kvscript: cannot open %s\n", path);
     return kExitUsage;
   }
   bool ok = ReadAll(file, &text);
   fclose(file);
   if (!ok) {
-    fprintf(stderr, "kvscript: cannot read %s\n", argv[1]);
+    fprintf(stderr, "kvscript: cannot read %s\n", path);
     return kExitUsage;
   }
-  return RunScript(argv[1], text);
+  return RunScript(path, text, listOnly);
 }
