@@ -12,12 +12,16 @@
 // (nothing runs then), 2 after an unhandled script exception, and 64 for a
 // command-line or file problem.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "engine/PluginMain.h"
+#include "engine/compiler.h"
+#include "foundation/TextEncodingUtil.h"
+#include "foundation/utility.h"
 #include "frontend/ParserError.h"
 #include "host/StandInHost.h"
 
@@ -27,6 +31,8 @@ constexpr char kVersion[] = "kvscript 0.1";
 constexpr int kExitCompileError = 1;
 constexpr int kExitRuntimeError = 2;
 constexpr int kExitUsage = 64;
+// Only with KVSCRIPT_LEAK_CHECK: the run did not give back what it took.
+constexpr int kExitLeak = 70;
 
 void PrintUsage(FILE* out) {
   fprintf(out,
@@ -76,7 +82,30 @@ void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
   fprintf(stderr, "%s: runtime error: unhandled %s\n", sScriptName, name ? name : "exception");
 }
 
-int RunScript(char const* name, std::string const& text, bool listOnly) {
+// With KVSCRIPT_LEAK_CHECK set, the run must give back every counted block
+// it took; the values that every compilation shares for good are made first.
+struct LeakCheck {
+  bool on = getenv("KVSCRIPT_LEAK_CHECK") != nullptr;
+  long before = 0;
+
+  void Start() {
+    if (!on) return;
+    Compiler warmUp;
+    warmUp.targetFamily = kTargetIA32;
+    warmUp.Compile("#pragma BoundsChecking True\nDim a As Integer\nPrint \"a\"\n");
+    ClearConvertEncodingCache();
+    before = gTotalAllocLen;
+  }
+  bool Passed() {
+    if (!on) return true;
+    ClearConvertEncodingCache();
+    if (gTotalAllocLen == before) return true;
+    fprintf(stderr, "kvscript: leak check: %ld counted bytes not given back\n", gTotalAllocLen - before);
+    return false;
+  }
+};
+
+int RunScriptChecked(char const* name, std::string const& text, bool listOnly) {
   sScriptName = name;
   VELDPluginMain(StandInResolve);
   VELDobjectStruct* script = VELDnewInstance("KvScript");
@@ -116,6 +145,13 @@ int RunScript(char const* name, std::string const& text, bool listOnly) {
   VELDUnlockObject(script);
   if (state == ScriptStateComplete) return 0;
   return sRuntimeError ? kExitRuntimeError : kExitCompileError;
+}
+
+int RunScript(char const* name, std::string const& text, bool listOnly) {
+  LeakCheck leaks;
+  leaks.Start();
+  int status = RunScriptChecked(name, text, listOnly);
+  return leaks.Passed() ? status : kExitLeak;
 }
 
 }  // namespace
