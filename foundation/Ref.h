@@ -40,7 +40,10 @@ struct RefRep {
   }
 
   T* object;
-  uint16_t refCount;
+  // 32 bits, not 16: one shared value (a type word, the empty token value)
+  // can be held by more than 65,535 handles in a large script, and a count
+  // that wrapped would free it under its holders.
+  uint32_t refCount;
   uint16_t lockCount;
   uint16_t deleteWhenUnlocked;
   RefRep* next;

@@ -230,3 +230,25 @@ TEST(Ref, VectorOfHandlesKeepsCounts) {
 }
 
 }  // namespace
+
+namespace {
+
+struct Shared {
+  virtual ~Shared() { ++sDeleted; }
+  static inline int sDeleted = 0;
+};
+
+TEST(RefCount, MoreThan65535HandlesOnOneRecord) {
+  Shared::sDeleted = 0;
+  {
+    Ref<Shared> one;
+    one.BindNewObject(new Shared);
+    std::vector<Ref<Shared>> holders(70000, one);
+    holders.clear();
+    EXPECT_EQ(Shared::sDeleted, 0) << "the count wrapped and freed a value still held";
+    EXPECT_TRUE(bool(one));
+  }
+  EXPECT_EQ(Shared::sDeleted, 1);
+}
+
+}  // namespace
