@@ -8,6 +8,8 @@
 #include "foundation/utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "frontend/Miner.h"
+#include "runtime/Intrinsics.h"
+#include "runtime/KVScriptIntrinsics.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
 
@@ -206,14 +208,13 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
 
 Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
   Compiler compiler;
-  // The intrinsic list comes with the run-time library; until then the
-  // compiler keeps its empty names.
+  compiler.intrinsics = IntrinsicFunctionNames();
   compiler.targetFamily = kTargetIA32;
   compiler.listing = listing;
-  // The library's declarations join this module when the run-time library
-  // provides them; the host's callbacks are encoded into it either way. The
-  // lock keeps it, and everything merged into it, until the compile is over.
-  ModuleDeclaration* prefix = ModuleDeclaration::New();
+  // The script library's declarations, with the host's callbacks encoded
+  // into them; the lock keeps the module, and everything merged into it,
+  // until the compile is over.
+  ModuleDeclaration* prefix = MakeKvScriptRuntimeDeclarations();
   prefix->Lock();
   EncodeHostCallbacks(prefix);
   compiler.SetPrefix(prefix);
@@ -227,8 +228,12 @@ Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
 void KVScriptInterface::Precompile() {
   if (!mSource || mCode) return;
   Ref<CodeModule> module = CompileSource(nullptr);
-  // Linking comes with the mini-linker: until then a module that compiled
-  // yields no image, and Run executes nothing.
+  if (!module) return;
+  // A name that resolves nowhere fails the link, reported like a compile
+  // error; mCode then stays null and Run executes nothing.
+  StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
+  mCode = MiniLink(module, table, this);
+  delete table;
 }
 
 bool KVScriptInterface::ListThreeAddressCode(string* listing) {
@@ -260,7 +265,9 @@ void KVScriptInterface::SetStackLimit(unsigned long) {}
 void KVScriptInterface::InitStackChecker(unsigned long) {}
 
 bool KVScriptInterface::CompilerError(CompileError error) {
-  CompilerError(error.Type(), (unsigned long)error.Location().startLine);
+  // A link error has no place in the text; the host sees it on line 0.
+  long line = error.Location().startLine;
+  CompilerError(error.Type(), (unsigned long)(line < 0 ? 0 : line));
   return true;
 }
 

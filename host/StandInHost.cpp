@@ -1,5 +1,7 @@
 #include "host/StandInHost.h"
 
+#include "host/HostLibrary.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -321,6 +323,8 @@ void StandInHostReset() {
   sStackLimit = 0;
   sStackCheckerValue = 0;
   EnsureBuiltIns();
+  // A host application supplies its library functions from the start.
+  RegisterHostLibrary();
 }
 
 void StandInWithhold(char const* entryName) { sWithheld.insert(entryName); }

@@ -90,9 +90,10 @@ struct LeakCheck {
 
   void Start() {
     if (!on) return;
-    Compiler warmUp;
-    warmUp.targetFamily = kTargetIA32;
-    warmUp.Compile("#pragma BoundsChecking True\nDim a As Integer\nPrint \"a\"\n");
+    KVScriptInterface warmUp;
+    char const kWarmUp[] = "#pragma BoundsChecking True\nDim a As Integer\nPrint \"a\"\n";
+    warmUp.SetSource(kWarmUp, sizeof kWarmUp - 1);
+    warmUp.Precompile();
     ClearConvertEncodingCache();
     before = gTotalAllocLen;
   }
@@ -107,6 +108,7 @@ struct LeakCheck {
 
 int RunScriptChecked(char const* name, std::string const& text, bool listOnly) {
   sScriptName = name;
+  StandInHostReset();
   VELDPluginMain(StandInResolve);
   VELDobjectStruct* script = VELDnewInstance("KvScript");
   if (!script) {

@@ -7,6 +7,7 @@
 
 #include "backend/codestorage.h"
 #include "engine/PluginMain.h"
+#include "engine/KVScriptInterface.h"
 #include "engine/compiler.h"
 #include "foundation/TextEncodingUtil.h"
 #include "foundation/utility.h"
@@ -37,9 +38,10 @@ protected:
     static bool sWarm = false;
     if (sWarm) return;
     sWarm = true;
-    Compiler compiler;
-    compiler.targetFamily = kTargetIA32;
-    compiler.Compile("#pragma BoundsChecking False\nDim a As Integer\nPrint \"x\" + Str(a)\n");
+    KVScriptInterface engine;
+    char const kWarmUp[] = "#pragma BoundsChecking False\nDim a As Integer\nPrint \"x\" + Str(a)\n";
+    engine.SetSource(kWarmUp, sizeof kWarmUp - 1);
+    engine.Precompile();
   }
 
   // Loads the plug-in again, so that entries withheld since are missed.

@@ -248,3 +248,35 @@ TEST_F(CompileThroughHost, AnErrorWithoutAHandlerStillSetsTheState) {
 }
 
 }  // namespace
+
+namespace {
+
+class RunThroughHost : public HostedTest {};
+
+TEST_F(RunThroughHost, EmptyAndDeclarationOnlyScriptsRunAsNativeCode) {
+  char const* const sources[] = {
+      "",
+      "' only a comment\n",
+      "Const kLimit = 3\nDim a As Integer\nSub Main()\nEnd Sub\nFunction F(x As Integer) As Integer\nEnd Function\n",
+  };
+  for (char const* text : sources) {
+    sHostReports.clear();
+    VELDobjectStruct* script = VELDnewInstance("KvScript");
+    ASSERT_TRUE(StandInSetEventHandler(script, "CompilerError", reinterpret_cast<void*>(&OnCompilerError)));
+    VELDstringStruct* source = StandInString(text, kEncodingUTF8);
+    ASSERT_TRUE(StandInSetStringProperty(script, "Source", source));
+    VELDUnlockString(source);
+    KVInterpreter* engine = KvScriptDataOf(script)->interpreter;
+    for (int run = 0; run < 2; run++) {
+      ASSERT_TRUE(StandInCallMethod(script, "Run"));
+      long state = -1;
+      ASSERT_TRUE(StandInGetIntegerProperty(script, "State", &state));
+      EXPECT_EQ(state, 2) << text;
+      EXPECT_NE(engine->Code(), nullptr) << "linked image kept: " << text;
+    }
+    EXPECT_TRUE(sHostReports.empty()) << text;
+    VELDUnlockObject(script);
+  }
+}
+
+}  // namespace
