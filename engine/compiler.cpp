@@ -64,6 +64,7 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   } else {
     context->delegate = mDelegate;
   }
+  context->debugSymbols = debugSymbols;
   AddCallerConstants(context->rootModule);
 
   InitLexer(source);
