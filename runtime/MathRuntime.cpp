@@ -1,0 +1,104 @@
+#include "runtime/MathRuntime.h"
+
+#include <cmath>
+#include <ctime>
+#include <limits>
+
+int32_t lSeed = 0;
+
+namespace {
+
+// Park and Miller's minimal standard generator: multiplier 16807 modulo
+// 2^31 - 1, computed by Schrage's method so that no product leaves 32 bits.
+constexpr int32_t kRandomMultiplier = 16807;
+constexpr int32_t kRandomModulus = 0x7FFFFFFF;
+constexpr int32_t kRandomQuotient = kRandomModulus / kRandomMultiplier;   // 127773
+constexpr int32_t kRandomRemainder = kRandomModulus % kRandomMultiplier;  // 2836
+static_assert(kRandomQuotient == 127773 && kRandomRemainder == 2836);
+
+// A clock seed is stepped this many times before use, so that seeds taken a
+// second apart don't start with nearly equal values.
+constexpr int kClockSeedWarmUp = 7;
+// rnd() keeps the low 20 bits of the generator's value.
+constexpr int32_t kRandomFractionMask = 0xFFFFF;
+constexpr double kRandomFractionScale = 1048576.0;
+
+// What the processor's own truncation gives: a double outside the 32-bit
+// range, or a NaN, becomes the "integer indefinite" 0x80000000.
+int32_t TruncateToInt32(double x) {
+  if (!(x > -2147483649.0 && x < 2147483648.0)) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(x);
+}
+
+void SeedFromClock() {
+  int64_t now = static_cast<int64_t>(std::time(nullptr));
+  lSeed = static_cast<int32_t>(now & 0x7FFFFFFF);
+  if (lSeed == 0) lSeed = 1;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t BitwiseAnd(int32_t a, int32_t b) { return a & b; }
+int32_t BitwiseOr(int32_t a, int32_t b) { return a | b; }
+int32_t BitwiseXor(int32_t a, int32_t b) { return a ^ b; }
+
+double RuntimeACos(double x) {
+  if (x >= -1.0 && x <= 1.0) return std::acos(x);
+  return std::isnan(x) ? x : NaN();
+}
+
+double RuntimeASin(double x) {
+  if (x >= -1.0 && x <= 1.0) return std::asin(x);
+  return std::isnan(x) ? x : NaN();
+}
+
+double RuntimeATan(double x) { return std::atan(x); }
+double RuntimeATan2(double y, double x) { return std::atan2(y, x); }
+double RuntimeCos(double x) { return std::cos(x); }
+double RuntimeExp(double x) { return std::exp(x); }
+double RuntimeLog(double x) { return std::log(x); }
+double RuntimeSin(double x) { return std::sin(x); }
+double RuntimeSqrt(double x) { return std::sqrt(x); }
+double RuntimeTan(double x) { return std::tan(x); }
+double RuntimePow(double x, double y) { return std::pow(x, y); }
+double RuntimeCeil(double x) { return std::ceil(x); }
+double RuntimeFloor(double x) { return std::floor(x); }
+double RuntimeRound(double x) { return std::round(x); }
+
+double RuntimeAbs(double x) { return x < 0 ? -x : x; }
+
+int32_t RuntimeSign(double x) {
+  if (x < 0) return -1;
+  if (x > 0) return 1;
+  return 0;
+}
+
+double RuntimeMax(double a, double b) { return a > b ? a : b; }
+double RuntimeMin(double a, double b) { return a < b ? a : b; }
+
+double NaN() { return std::numeric_limits<double>::quiet_NaN(); }
+
+int32_t rndNum() {
+  int32_t hi = lSeed / kRandomQuotient;
+  int32_t lo = lSeed % kRandomQuotient;
+  int32_t test = kRandomMultiplier * lo - kRandomRemainder * hi;
+  lSeed = test > 0 ? test : test + kRandomModulus;
+  return lSeed & 0x7FFFFFFF;
+}
+
+double rnd() {
+  if (lSeed == 0) {
+    SeedFromClock();
+    for (int i = 0; i < kClockSeedWarmUp; ++i) rnd();
+  }
+  return (rndNum() & kRandomFractionMask) / kRandomFractionScale;
+}
+
+double srnd(double seed) {
+  double old = lSeed;
+  lSeed = TruncateToInt32(seed);
+  return old;
+}
+}
