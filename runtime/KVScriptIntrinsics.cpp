@@ -1,7 +1,9 @@
 #include "runtime/KVScriptIntrinsics.h"
 
 #include "engine/KVScriptInterface.h"
+#include "runtime/MathRuntime.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "runtime/commonColorFunctions.h"
 #include "runtime/RuntimeStringFoundation.h"
 #include "semantic/DeclarationTable.h"
 #include "semantic/NameMangler.h"
@@ -24,8 +26,8 @@ void* Entry(F* function) {
 }  // namespace
 
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
-  // The rows of the object, exception, array, variant and maths families
-  // join as those families are built; a name without a row fails the link.
+  // The rows of the object, exception, array and variant families join as
+  // those families are built; a name without a row fails the link.
   RuntimeFunctionRow const rows[] = {
       {"Input", Entry(&Input)},
       {"Print", Entry(&Print)},
@@ -46,6 +48,16 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {"StringToCString", Entry(&StringToCString)},
       {"StringToOSType", Entry(&StringToOSType)},
       {"RuntimeShortToInteger", Entry(&RuntimeShortToInteger)},
+      {"RuntimePow", Entry(&RuntimePow)},
+      {"readColorRed", Entry(&readColorRed)},
+      {"readColorGreen", Entry(&readColorGreen)},
+      {"readColorBlue", Entry(&readColorBlue)},
+      {"readColorHue", Entry(&readColorHue)},
+      {"readColorSaturation", Entry(&readColorSaturation)},
+      {"readColorValue", Entry(&readColorValue)},
+      {"readColorCyan", Entry(&readColorCyan)},
+      {"readColorMagenta", Entry(&readColorMagenta)},
+      {"readColorYellow", Entry(&readColorYellow)},
   };
   auto* table = new StringMap<void*>;
   for (RuntimeFunctionRow const& row : rows) table->AddEntry(row.linkName, row.function);
