@@ -17,7 +17,7 @@ targets=("$@")
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKV_FUZZ=ON -DKV_DIRECT_ALLOC=ON > "$build/configure.log"
+  -DCMAKE_BUILD_TYPE=Fuzz -DCMAKE_CXX_FLAGS="-O1 -g1" -DKV_FUZZ=ON -DKV_DIRECT_ALLOC=ON > "$build/configure.log"
 cmake --build "$build" --target "${targets[@]}"
 
 for target in "${targets[@]}"; do

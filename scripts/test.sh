@@ -18,5 +18,6 @@ run_build build
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_build build-asan -DKV_SANITIZE=ON
 
-# A short, fixed fuzzing run of the lexer on arbitrary bytes.
+# A short, fixed fuzzing run of each fuzz target (lexer, miner, parser,
+# whole compilations) on arbitrary bytes.
 ./scripts/fuzz.sh 20000
