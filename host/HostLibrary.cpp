@@ -1,5 +1,8 @@
 #include "host/HostLibrary.h"
 
+#include "runtime/MathRuntime.h"
+#include "runtime/commonColorFunctions.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -395,6 +398,13 @@ double RuntimeMicroseconds() { return MonotonicMicroseconds(); }
 long RuntimeTicks() { return (long)(MonotonicMicroseconds() * 60.0 / 1e6); }
 
 // ---------------------------------------------------------------------------
+// Maths and colours: the engine's own run-time functions serve, but for Sign,
+// which the library declares As Double: an int would come back in eax while
+// the caller reads the float register.
+
+double HostSign(double value) { return (double)RuntimeSign(value); }
+
+// ---------------------------------------------------------------------------
 // Registration
 
 void RegisterHostLibrary() {
@@ -417,7 +427,15 @@ void RegisterHostLibrary() {
       KV_HOST_ENTRY(StringStrCompare),  KV_HOST_ENTRY(StringVal),          KV_HOST_ENTRY(runCDbl),
       KV_HOST_ENTRY(StringStr),         KV_HOST_ENTRY(runCStr),            KV_HOST_ENTRY(RuntimeHex),
       KV_HOST_ENTRY(RuntimeOct),        KV_HOST_ENTRY(RuntimeBin),         KV_HOST_ENTRY(RuntimeMicroseconds),
-      KV_HOST_ENTRY(RuntimeTicks),
+      KV_HOST_ENTRY(RuntimeTicks),      KV_HOST_ENTRY(RuntimeAbs),         KV_HOST_ENTRY(RuntimeACos),
+      KV_HOST_ENTRY(RuntimeASin),       KV_HOST_ENTRY(RuntimeATan),        KV_HOST_ENTRY(RuntimeATan2),
+      KV_HOST_ENTRY(RuntimeCeil),       KV_HOST_ENTRY(RuntimeCos),         KV_HOST_ENTRY(RuntimeExp),
+      KV_HOST_ENTRY(RuntimeFloor),      KV_HOST_ENTRY(RuntimeLog),         KV_HOST_ENTRY(RuntimeMax),
+      KV_HOST_ENTRY(RuntimeMin),        KV_HOST_ENTRY(RuntimePow),         KV_HOST_ENTRY(RuntimeRound),
+      KV_HOST_ENTRY(RuntimeSin),        KV_HOST_ENTRY(RuntimeSqrt),        KV_HOST_ENTRY(RuntimeTan),
+      KV_HOST_ENTRY(BitwiseAnd),        KV_HOST_ENTRY(BitwiseOr),          KV_HOST_ENTRY(BitwiseXor),
+      KV_HOST_ENTRY(RuntimeRGB),        KV_HOST_ENTRY(RuntimeHSV),         KV_HOST_ENTRY(RuntimeCMY),
+      KV_HOST_ENTRY(rnd),               Row{"RuntimeSign", reinterpret_cast<void*>(&HostSign)},
   };
 #undef KV_HOST_ENTRY
   for (Row const& row : rows) StandInDefineEntry(row.name, row.entry);

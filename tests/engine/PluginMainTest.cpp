@@ -111,11 +111,11 @@ TEST_F(PluginMainTest, WrappersOfMissingEntriesReturnNothing) {
 void Marker() {}
 
 TEST_F(PluginMainTest, TheResolverFunctionsAskTheHostEveryTime) {
-  EXPECT_EQ(nullptr, Resolver("RuntimeAbs"));
-  StandInDefineEntry("RuntimeAbs", reinterpret_cast<void*>(&Marker));
-  EXPECT_EQ(reinterpret_cast<void*>(&Marker), Resolver("RuntimeAbs"));
-  EXPECT_EQ(reinterpret_cast<void*>(&Marker), CallResolver("RuntimeAbs"));
-  EXPECT_EQ(reinterpret_cast<void*>(&Marker), HCallResolver("RuntimeAbs"));
+  EXPECT_EQ(nullptr, Resolver("StringJoin"));
+  StandInDefineEntry("StringJoin", reinterpret_cast<void*>(&Marker));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), Resolver("StringJoin"));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), CallResolver("StringJoin"));
+  EXPECT_EQ(reinterpret_cast<void*>(&Marker), HCallResolver("StringJoin"));
   EXPECT_EQ(reinterpret_cast<void*>(&StandInResolve), reinterpret_cast<void*>(gResolver));
 }
 
