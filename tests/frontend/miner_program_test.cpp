@@ -155,9 +155,13 @@ TEST_F(MinerProgramTest, ConstantsTakeTheirLiteralsTypeAndSign) {
     ConstantDeclaration* k = m->LookupConstant(c.name);
     ASSERT_NE(k, nullptr) << c.name;
     EXPECT_EQ(k->GetType().GetMainType(), c.type) << c.name;
-    if (c.type == kTypeDouble) EXPECT_EQ(k->GetValue().real64, c.real) << c.name;
-    else if (c.type == kTypeString) EXPECT_EQ(k->GetValue().text, string(c.text)) << c.name;
-    else if (c.type != kTypeNull) EXPECT_EQ(k->GetValue().sint32, c.integer) << c.name;
+    if (c.type == kTypeDouble) {
+      EXPECT_EQ(k->GetValue().real64, c.real) << c.name;
+    } else if (c.type == kTypeString) {
+      EXPECT_EQ(k->GetValue().text, string(c.text)) << c.name;
+    } else if (c.type != kTypeNull) {
+      EXPECT_EQ(k->GetValue().sint32, c.integer) << c.name;
+    }
   }
   EXPECT_EQ(m->CountConstants(), 10u);
 }

@@ -50,7 +50,9 @@ TEST(IntrinsicList, NumbersNameTheirFunctions) {
   for (unsigned long i = 0; i < names.size(); ++i) {
     std::string upper = names[i].CString();
     for (char& c : upper) c = (char)toupper((unsigned char)c);
-    if (!upper.empty()) EXPECT_TRUE(seen.insert(upper).second) << upper;
+    if (!upper.empty()) {
+      EXPECT_TRUE(seen.insert(upper).second) << upper;
+    }
   }
   EXPECT_EQ(seen.size(), (size_t)kIntrinsicCount - 2);
 }
@@ -152,7 +154,9 @@ TEST(PrefixModule, FunctionsInOrder) {
       EXPECT_EQ(f->GetParameter(p)->GetType().GetMainType(), e.parameters[p]) << p;
       EXPECT_EQ(f->GetParameter(p)->GetName(), string((std::string("Parameter") + char('1' + p)).c_str()));
       // A Variant parameter is the class by name.
-      if (e.parameters[p] == kTypeObject) EXPECT_EQ(f->GetParameter(p)->GetType().GetClass(), string("Variant"));
+      if (e.parameters[p] == kTypeObject) {
+        EXPECT_EQ(f->GetParameter(p)->GetType().GetClass(), string("Variant"));
+      }
     }
   }
   // Overloads are found by their script name.
