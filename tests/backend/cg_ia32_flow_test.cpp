@@ -311,12 +311,12 @@ std::string Noted(char const* what, void const* a, void const* b = nullptr) {
 
 TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
 #if defined(__SANITIZE_ADDRESS__)
-  // Under AddressSanitizer at -O0 a store in Note, called from the
-  // generated code, is reported against stale stack poisoning, and the
-  // sanitizer then fails its own frame check. The normal build runs this
-  // test; the cause (stack alignment at calls out of generated code is the
-  // suspect) is still open.
-  GTEST_SKIP() << "open sanitizer problem with C callees of generated code";
+  // Generated code calls out with the stack 4-byte aligned, not 16 as the
+  // i386 ABI has it; AddressSanitizer lays out its frames on the ABI's
+  // alignment, so after the two-argument call its stale shadow makes it
+  // report a store in Note and then fail its own frame check. The normal
+  // build runs this test; the generator is to align calls.
+  GTEST_SKIP() << "calls out of generated code are not 16-byte aligned yet";
 #endif
   gLockCalls.clear();
   TacProgram program;
