@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "foundation/kvassert.h"
+#include "foundation/KvAssert.h"
 #include "runtime/RuntimeExceptionFoundation.h"
 
 // Condition bits of the float unit's status word, as fnstsw leaves them in ax.
@@ -714,7 +714,7 @@ void CGIA32::tac_PowD(TacLine const& line) {
   callParams.push_back(line.a);
   callParams.push_back(line.b);
   CallSequenceStart();
-  MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicPow), 1);
+  MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicRuntimePow), 1);
   ia32_call_disp32(0);
   CallSequenceEnd(line.c);
 }
@@ -871,7 +871,7 @@ void CGIA32::StoreZero(TacAddr const* addr) {
 }
 
 void CGIA32::tac_Lock(TacLine const& line) {
-  int call = PickByCountedType(line.a, kIntrinsicLockString, kIntrinsicLockObject, kIntrinsicLockArray);
+  int call = PickByCountedType(line.a, kIntrinsicRuntimeLockString, kIntrinsicRuntimeLockObject, kIntrinsicRuntimeLockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
   PushTacAddr(line.a);
@@ -879,8 +879,8 @@ void CGIA32::tac_Lock(TacLine const& line) {
 }
 
 void CGIA32::tac_Unlock(TacLine const& line) {
-  int call = PickByCountedType(line.a, kIntrinsicUnlockString, kIntrinsicUnlockObject,
-                               kIntrinsicUnlockArray);
+  int call = PickByCountedType(line.a, kIntrinsicRuntimeUnlockString, kIntrinsicRuntimeUnlockObject,
+                               kIntrinsicRuntimeUnlockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
   PushTacAddr(line.a);
@@ -889,8 +889,8 @@ void CGIA32::tac_Unlock(TacLine const& line) {
 }
 
 void CGIA32::tac_SwapLocks(TacLine const& line) {
-  int call = PickByCountedType(line.a, kIntrinsicLockUnlockStrings, kIntrinsicLockUnlockObjects,
-                               kIntrinsicLockUnlockArrays);
+  int call = PickByCountedType(line.a, kIntrinsicRuntimeLockUnlockStrings, kIntrinsicRuntimeLockUnlockObjects,
+                               kIntrinsicRuntimeLockUnlockArrays);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
   PushTacAddr(line.b);

@@ -34,20 +34,8 @@
 #include <cstdint>
 
 #include "backend/IA32OpWriter.h"
-#include "backend/codegenerator.h"
-
-// Run-time functions the generator calls on its own, by their intrinsic
-// numbers: the link names come from the intrinsic list given to Configure.
-constexpr int kIntrinsicPow = 9;
-constexpr int kIntrinsicLockArray = 48;
-constexpr int kIntrinsicUnlockArray = 49;
-constexpr int kIntrinsicLockUnlockArrays = 50;
-constexpr int kIntrinsicLockString = 51;
-constexpr int kIntrinsicUnlockString = 52;
-constexpr int kIntrinsicLockUnlockStrings = 53;
-constexpr int kIntrinsicLockObject = 54;
-constexpr int kIntrinsicUnlockObject = 55;
-constexpr int kIntrinsicLockUnlockObjects = 56;
+#include "backend/CodeGenerator.h"
+#include "ir/Intrinsics.h"
 
 // Register schemes: bit n allows register n.
 constexpr int kSchemeGeneral = 0xCF;   // all but esp and ebp

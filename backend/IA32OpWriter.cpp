@@ -1,6 +1,6 @@
 #include "backend/IA32OpWriter.h"
 
-#include "foundation/kvassert.h"
+#include "foundation/KvAssert.h"
 
 // ---------------------------------------------------------------------------
 // Encoding helpers

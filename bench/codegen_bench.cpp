@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "backend/CGIA32.h"
-#include "backend/InterRep.h"
-#include "semantic/InterRep.h"
+#include "ir/ThreeAddressCode.h"
+#include "semantic/SymbolTable.h"
 
 namespace {
 
@@ -130,7 +130,7 @@ private:
 
 SimpleVector<string> IntrinsicNames() {
   SimpleVector<string> names;
-  for (int i = 0; i < 57; ++i) names.push_back(string(("Intrinsic" + std::to_string(i)).c_str()));
+  for (int i = 0; i < kIntrinsicFunctionCount; ++i) names.push_back(string(("Intrinsic" + std::to_string(i)).c_str()));
   return names;
 }
 

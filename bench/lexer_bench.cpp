@@ -10,7 +10,7 @@
 #include <string>
 
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
     if (tokens / wall > bestWall) bestWall = tokens / wall;
     yylval = kNullSemBase;
     delete context;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
   printf("lexer: %d lines, %zu bytes, %ld tokens per run\n", total_lines(), script.size(), tokens);
   printf("lexer: best of %d runs: %.1f million tokens per CPU second (%.1f per wall-clock second)\n",

@@ -1,7 +1,7 @@
 #include "codebuild/Arrays.h"
 
 #include "codebuild/Placeholders.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 
 Ref<SemBase> UnsizedArrayBound() { return SemValue::New(CurrentTLP()->GetLiteral(-1L), nullptr); }
 

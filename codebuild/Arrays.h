@@ -7,7 +7,7 @@
 
 #include "foundation/Ref.h"
 #include "semantic/SemBase.h"
-#include "semantic/datatypes.h"
+#include "ir/DataTypes.h"
 
 // `Redim a(bounds)`; `array` is the looked-up variable.
 Ref<SemBase> CompileRedim(Ref<SemBase> array, Ref<SemBase> bounds);

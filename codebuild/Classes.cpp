@@ -1,8 +1,8 @@
 #include "codebuild/Classes.h"
 
 #include "codebuild/Placeholders.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "frontend/Lexer.h"
+#include "semantic/SymbolTable.h"
 
 Ref<SemBase> OpenInterfaceScope() {
   unsigned long index = NewSymTable(ObjectStorage, string(""));

@@ -1,8 +1,8 @@
 #include "codebuild/Expressions.h"
 
 #include "codebuild/Placeholders.h"
-#include "frontend/ParserError.h"
-#include "frontend/lexer.h"
+#include "diag/CompileError.h"
+#include "frontend/Lexer.h"
 
 // Expression building has not landed: these routines return placeholders
 // and check nothing (no types, no folding, no operator methods).

@@ -1,8 +1,8 @@
 #include "codebuild/ExternalDeclarations.h"
 
 #include "codebuild/Placeholders.h"
-#include "frontend/ParserError.h"
-#include "semantic/InterRep.h"
+#include "diag/CompileError.h"
+#include "semantic/SymbolTable.h"
 
 Ref<SemBase> EndExternDeclaration(Ref<SemBase> name, Ref<SemBase> library, Ref<SemBase> alias,
                                   Ref<SemBase> parameters, Ref<SemBase> returnType) {

@@ -2,7 +2,7 @@
 
 #include "codebuild/Expressions.h"
 #include "codebuild/Placeholders.h"
-#include "frontend/ParserError.h"
+#include "diag/CompileError.h"
 
 Ref<SemBase> ReportMissingThen() {
   Error(MissingThen);

@@ -1,8 +1,8 @@
 #include "codebuild/Functions.h"
 
 #include "codebuild/Placeholders.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "frontend/Lexer.h"
+#include "semantic/SymbolTable.h"
 
 Ref<SemBase> OpenMethodScope() {
   unsigned long index = NewSymTable(LocalStorage, string(""));

@@ -7,7 +7,7 @@
 // BlockIsFunction are final.
 #pragma once
 
-#include "backend/InterRep.h"
+#include "ir/ThreeAddressCode.h"
 #include "foundation/Ref.h"
 #include "semantic/SemBase.h"
 

@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "engine/KVScriptInterface.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "runtime/HostLibraryTable.h"
 
 // The oldest host whose plug-in interface this engine can use.

@@ -1,53 +1,18 @@
 #include "engine/KVScriptInterface.h"
 
-#include "backend/codestorage.h"
-#include "backend/minilinker.h"
-#include "engine/compiler.h"
+#include "backend/CodeStorage.h"
+#include "backend/MiniLinker.h"
+#include "engine/Compiler.h"
 #include "engine/KVScript.h"
 #include "engine/PluginMain.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "frontend/Miner.h"
-#include "runtime/Intrinsics.h"
+#include "ir/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
+#include "semantic/ScriptLibrary.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
-
-// ---------------------------------------------------------------------------
-// The run-time correspondent
-
-static KvScriptCorrespondent* sCorrespondent = nullptr;
-RuntimeClass* mClassList = nullptr;
-
-void InitKvScriptRuntime() {
-  sCorrespondent = nullptr;
-  mClassList = nullptr;
-}
-
-void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent) {
-  sCorrespondent = correspondent;
-}
-
-KvScriptCorrespondent* GetRuntimeCorrespondent() { return sCorrespondent; }
-
-void ExitKvScriptRuntime() {
-  while (RuntimeClass* c = mClassList) {
-    mClassList = c->mNext;
-    if (c->mName) {
-      stringStorage::RemoveReference(c->mName);
-      c->mName = nullptr;
-    }
-    FreeRuntimeClass(c);
-  }
-}
-
-// ---------------------------------------------------------------------------
-// KvScriptCorrespondent: a listener that ignores everything
-
-void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
-void KvScriptCorrespondent::Print(char const*, unsigned long) {}
-char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) { return nullptr; }
-void KvScriptCorrespondent::ScriptYield() {}
 
 // ---------------------------------------------------------------------------
 // KVScriptInterface

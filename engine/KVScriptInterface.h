@@ -1,8 +1,8 @@
 // The engine behind one script object, and the channel through which a
 // running script talks back.
 //
-// - KvScriptCorrespondent: what the run-time library calls (print, input,
-//   error, yield). The run in progress finds it through GetRuntimeCorrespondent.
+// - KvScriptCorrespondent (runtime/RunState.h): what the run-time library
+//   calls (print, input, error, yield).
 // - KVScriptInterface: the host-independent engine. It owns the source, the
 //   linked image and the registered host callbacks, compiles on demand and
 //   runs the image. It is the compiler's delegate as well.
@@ -17,11 +17,12 @@
 //   host's view of the engine): do not reorder the declarations below.
 #pragma once
 
-#include "engine/CompilerDelegate.h"
+#include "diag/CompilerDelegate.h"
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
-#include "foundation/string.h"
-#include "frontend/ParserError.h"
+#include "foundation/String.h"
+#include "diag/CompileError.h"
+#include "runtime/RunState.h"
 
 class CodeModule;
 class RunReadyCode;
@@ -29,37 +30,12 @@ class ModuleDeclaration;
 struct RuntimeClass;
 struct VELDobjectStruct;
 
-// What the run-time library reports through ScriptError. Only these values
-// mean anything; others may arrive and are treated like any other error.
-enum RuntimeErrorCode {
-  kRuntimeErrorUnhandledException = 2,
-  kRuntimeErrorStackOverflow = 6,
-  kRuntimeErrorStackLimit = 7,
-  kRuntimeErrorOutOfBounds = 9,
-  kRuntimeErrorOutOfMemory = 10,
-};
-
 // The State of a host script object.
 enum ScriptState {
   ScriptStateIdle = 0,
   ScriptStateRunning = 1,
   ScriptStateComplete = 2,
   ScriptStateError = 3,
-};
-
-class KvScriptCorrespondent {
-public:
-  virtual void ScriptError(RuntimeErrorCode code, unsigned long line);
-  virtual void Print(char const* text, unsigned long length);
-  // A buffer from new[] for the caller to delete[], or null; without an
-  // answer *outLength is left alone.
-  virtual char* Input(char const* prompt, unsigned long length, unsigned long* outLength);
-  virtual void ScriptYield();
-
-protected:
-  // Never deleted through this base: the interface's destructors are the
-  // first ones in the table.
-  ~KvScriptCorrespondent() = default;
 };
 
 // A host function a script can call: its address and its declaration.
@@ -175,12 +151,3 @@ public:
 private:
   void SetOwnerState(long state);
 };
-
-// The run in progress: who hears it, and the classes it has built. Both
-// describe the one script executing now.
-void InitKvScriptRuntime();
-void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent);
-KvScriptCorrespondent* GetRuntimeCorrespondent();
-// Frees every class of the run, head first, releasing each name. Safe to
-// call twice: the second pass finds the list empty.
-void ExitKvScriptRuntime();

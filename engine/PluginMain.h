@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 
 typedef void* (*VELDResolverProc)(char const* name);
 

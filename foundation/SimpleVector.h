@@ -12,7 +12,7 @@
 //   counts right across growth, insertion and deletion.
 #pragma once
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 
 template <class T>
 class SimpleVector {

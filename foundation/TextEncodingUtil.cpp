@@ -5,7 +5,7 @@
 #include <iconv.h>
 #include <initializer_list>
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 
 namespace {
 

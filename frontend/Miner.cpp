@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "frontend/lexer.h"
-#include "frontend/tokens.h"
+#include "frontend/Lexer.h"
+#include "frontend/Tokens.h"
 #include "semantic/NameMangler.h"
 #include "semantic/SemBase.h"
 

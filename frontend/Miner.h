@@ -18,7 +18,7 @@
 //   grammar reports it and cuts it.
 #pragma once
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 #include "semantic/DeclarationTable.h"
 
 // Mines `source` into `prefix` (the script library's declarations), or into

@@ -3,17 +3,21 @@
 #include <iterator>
 
 #include "backend/DebuggerSymbols.h"
-#include "codebuild/Finalization.h"
-#include "codebuild/Placeholders.h"
-#include "frontend/Parser.h"
-#include "frontend/ParserError.h"
-#include "frontend/lexer.h"
-#include "frontend/tokens.h"
-#include "runtime/Intrinsics.h"
+#include "diag/CompileError.h"
+#include "frontend/Lexer.h"
+#include "frontend/Tokens.h"
+#include "ir/Intrinsics.h"
 #include "semantic/DeclarationTable.h"
 #include "semantic/SymbolUtilities.h"
 
 SrcContext* gContext = nullptr;
+
+void SetCurrentContext(SrcContext* context) {
+  gContext = context;
+  gLiteralPool = context;
+  gErrorSink = context;
+  gNameScope = context;
+}
 
 // ---------------------------------------------------------------------------
 // The context
@@ -25,6 +29,8 @@ SrcContext::SrcContext() {
 }
 
 SrcContext::~SrcContext() = default;
+
+int SrcContext::CurrentLine() const { return current_line(); }
 
 TacAddr* SrcContext::NamedLabel(string name) {
   for (unsigned long i = 0; i < labelNames.size(); ++i)
@@ -112,7 +118,7 @@ void MakeIntrinsicOperands() {
 }  // namespace
 
 void InitParserGlobals(SrcContext* context) {
-  gContext = context;
+  SetCurrentContext(context);
   static bool sMade = false;
   if (sMade) return;
   sMade = true;
@@ -168,105 +174,6 @@ Ref<SemBase> ArrayType(Ref<SemBase> element, Ref<SemBase> rank) {
 }
 
 // ---------------------------------------------------------------------------
-// Declarations
-
-Ref<SemBase> CompileDeclaration(Ref<SemBase> names, Ref<SemBase> type, Ref<SemBase> initialiser) {
-  Ref<SemBase> result = SemCode::New(IRDataType(), names ? &names->Location() : nullptr);
-  Ref<SemBase> given = initialiser;
-  // However many names the clause declares, the initialiser runs once.
-  if (initialiser && initialiser->GetAddr() && !initialiser->IsConstant())
-    initialiser = FlattenExpression(initialiser, result);
-
-  Ref<SemBase> pending;
-  SimpleVector<Ref<SemBase>> dimensions;
-  auto declarePending = [&]() {
-    if (!pending) return;
-    Ref<SemBase> lines = DeclareOneVar(pending, dimensions, type, initialiser);
-    if (lines && lines->Code()) result->Append(lines);
-    dimensions.deleteAll();
-  };
-  Ref<SemBase> first = names && names->IsList() ? names->GetContents() : names;
-  for (Ref<SemBase> e = first; e; e = names->IsList() ? e->GetNext() : Ref<SemBase>()) {
-    if (e->IsIdentifier()) {
-      declarePending();
-      pending = e;
-    } else {
-      dimensions.push_back(e);
-    }
-  }
-  declarePending();
-  return TraceRoutine("CompileDeclaration", result, {names, type, given});
-}
-
-// Not finished: the allocation of an array that has dimensions but no
-// initialiser, and the assignment of the initialiser, need the array and
-// assignment routines, which have not landed. The name is declared and
-// looked up; the initialiser reaches the trace hook as `DeclareOneVar`'s
-// operand, with the number of dimensions, and is not stored yet.
-Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimensions, Ref<SemBase> type,
-                           Ref<SemBase> initialiser) {
-  if (!name) return Ref<SemBase>();
-  IRDataType declared = type ? type->GetType() : IRDataType();
-  if (dimensions.size() > 0) declared = declared.AsArray((int)dimensions.size());
-  name->SetType(declared);
-  AddDeclaredName(name);
-  Ref<SemBase> variable = CompileLookup(name, Ref<SemBase>(), Ref<SemBase>(), kResultCall, UnknownName, false);
-  (void)variable;
-  TraceRoutine("DeclareOneVar", Ref<SemBase>(), {name, type, initialiser}, {(long)dimensions.size()});
-  return Ref<SemBase>();
-}
-
-Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value) {
-  // At module or class level the miner has declared the constant already.
-  if (!name || !gContext || !gContext->currentFunction) return Ref<SemBase>();
-  if (!value) {
-    Error(UnknownName, name->Location());
-    return Ref<SemBase>();
-  }
-  VerifyUniqueName(name);
-  ConstantDeclaration* constant = ConstantDeclaration::New();
-  constant->SetName(name->toString());
-  constant->SetType(value->GetType());
-  if (value->IsConstant()) {
-    constant->SetValue(value->GetValue());
-  } else {
-    constant->SetValue(IRValue::SInt32(0));
-    Error(ConstNotConstant, value->Location());
-  }
-  gContext->currentFunction->AddConstant(constant);
-  return Ref<SemBase>();
-}
-
-Ref<SemBase> CompileReservedIdentifier() {
-  Error(ReservedIdentifier);
-  return SemIdentifier::New(string("bogus"));
-}
-
-// ---------------------------------------------------------------------------
-// Statements
-
-Ref<SemBase> CompileDebugEntry(Ref<SemBase> code) {
-  if (!code || !gContext || !gContext->debugSymbols || !gContext->options.debug) return code;
-  // Both lines take the entry's start line, which is the statement's.
-  Ref<SemBase> entry = SemCode::New(IRDataType(), &code->Location());
-  long line = code->Location().startLine;
-  entry->AddLine(tac_PutParam, gContext->GetLiteral(line), nilTacAddr, nilTacAddr);
-  entry->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeDebugEntry), nilTacAddr, nilTacAddr);
-  return ConcatCode(entry, code);
-}
-
-Ref<SemBase> FilterTemporaryVariables(Ref<SemBase> code) {
-  SimpleVector<SymbolID>* temporaries = code ? code->Temporaries() : nullptr;
-  if (!temporaries || temporaries->size() == 0) return code;
-  Ref<SemBase> wrapper = SemCode::NewValueWrapper(code, nullptr);
-  wrapper->Append(code);
-  SimpleVector<SymbolID>* held = wrapper->Temporaries();
-  for (unsigned long i = 0; i < held->size(); ++i) FinalizeVariable((*held)[i], wrapper);
-  held->deleteAll();
-  return wrapper;
-}
-
-// ---------------------------------------------------------------------------
 // Pragmas
 
 void PushPragmas() {
@@ -279,102 +186,4 @@ void PopPragmas() {
 
 void ResetPragmas() {
   if (gContext && gContext->optionStack.size() > 0) gContext->options = gContext->optionStack.peek_back();
-}
-
-Ref<SemBase> CompilePragma(Ref<SemBase> word, Ref<SemBase> value) {
-  if (!word || !gContext) return Ref<SemBase>();
-  pragmas pragma = kPragmaDisableBoundsChecking;
-  if (!PragmaTable()->GetEntry(word->toString(), pragma)) {
-    Error(UnknownPragma, word->Location());
-    return Ref<SemBase>();
-  }
-  // Only `True` turns an option on: a bare word turns it off.
-  uint8_t on = value && value->IsConstant() && value->GetValue().sint32 != 0 ? 1 : 0;
-  LanguageOptions& options = gContext->options;
-  switch (pragma) {
-    case kPragmaDisableBoundsChecking: options.boundsChecking = 0; break;
-    case kPragmaDisableBackgroundTasks: options.backgroundTasks = 0; break;
-    case kPragmaDisableAutoWaitCursor: options.autoWaitCursorDisabled = 1; break;
-    case kPragmaBoundsChecking: options.boundsChecking = on; break;
-    case kPragmaBackgroundTasks: options.backgroundTasks = on; break;
-    case kPragmaStackOverflowChecking: options.stackOverflowChecking = on; break;
-    case kPragmaNilObjectChecking: options.nilObjectChecking = on; break;
-    case kPragmaDebug: options.debug = on; break;
-    case kPragmaReset: ResetPragmas(); break;
-    case kPragmaBindingPart:
-    case kPragmaBindingSpecification: break;
-  }
-  return Ref<SemBase>();
-}
-
-// ---------------------------------------------------------------------------
-// Conditional compilation
-
-// A condition fit to choose a branch; reports why not otherwise. A null
-// handle follows an error that has been reported already.
-static bool UsableCondition(Ref<SemBase> condition) {
-  if (!condition) return false;
-  if (!condition->IsConstant()) {
-    Error(ConditionalNotConstant, condition->Location());
-    return false;
-  }
-  if (condition->GetType().GetMainType() == kTypeNull) {
-    Error(ConditionalTypeless, condition->Location());
-    return false;
-  }
-  return true;
-}
-
-// An unusable condition leaves the block without an entry in
-// conditionalTaken, and its lines are compiled.
-Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition) {
-  if (!gContext) return Ref<SemBase>();
-  ++gContext->conditionalDepth;
-  if (!UsableCondition(condition)) return Ref<SemBase>();
-  bool taken = condition->GetValue().sint32 != 0;
-  gContext->conditionalTaken.push_back(taken);
-  if (!taken) SkipConditionallyCompiledLines(false);
-  return Ref<SemBase>();
-}
-
-Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition) {
-  if (!gContext) return Ref<SemBase>();
-  if (gContext->conditionalDepth < 1) {
-    Error(ConditionalElseWithoutIf);
-    return Ref<SemBase>();
-  }
-  if (!UsableCondition(condition)) return Ref<SemBase>();
-  SimpleVector<bool>& taken = gContext->conditionalTaken;
-  if (taken.size() > 0 && taken.peek_back()) {
-    SkipConditionallyCompiledLines(true);
-  } else if (condition->GetValue().sint32 != 0) {
-    unsigned long at = (unsigned long)gContext->conditionalDepth - 1;
-    if (at < taken.size()) taken[at] = true;
-  } else {
-    SkipConditionallyCompiledLines(false);
-  }
-  return Ref<SemBase>();
-}
-
-// Reaching this means that the branch above was compiled: the else branch
-// is skipped.
-Ref<SemBase> CompileConditionalElse() {
-  if (!gContext) return Ref<SemBase>();
-  if (gContext->conditionalDepth < 1) {
-    Error(ConditionalElseWithoutIf);
-    return Ref<SemBase>();
-  }
-  SkipConditionallyCompiledLines(false);
-  return Ref<SemBase>();
-}
-
-Ref<SemBase> CompileConditionalEndIf() {
-  if (!gContext) return Ref<SemBase>();
-  if (gContext->conditionalTaken.size() > 0) gContext->conditionalTaken.pop_back();
-  if (gContext->conditionalDepth < 1) {
-    Error(ConditionalEndIfWithoutIf);
-    return Ref<SemBase>();
-  }
-  --gContext->conditionalDepth;
-  return Ref<SemBase>();
 }

@@ -1,6 +1,9 @@
 // The state of one compilation, shared by the grammar's actions from one
 // reduction to the next and reached through the global gContext. The context
-// is also the literal pool of its compilation, so literals die with it.
+// is also the literal pool of its compilation, so literals die with it, its
+// error sink and its name scope: the layers below the front end reach those
+// slices of it through gLiteralPool, gErrorSink and gNameScope, which
+// SetCurrentContext sets together with gContext.
 //
 // Invariants:
 // - One compilation at a time per process: gContext, the lexer and yylval
@@ -18,31 +21,30 @@
 
 #include <cstdint>
 
-#include "backend/InterRep.h"
-#include "engine/LanguageOptions.h"
+#include "diag/CompileError.h"
 #include "foundation/SimpleVector.h"
-#include "foundation/stringmap.h"
-#include "semantic/InterRep.h"
+#include "foundation/StringMap.h"
+#include "frontend/LanguageOptions.h"
+#include "ir/Intrinsics.h"
+#include "ir/ThreeAddressCode.h"
+#include "semantic/NameScope.h"
 #include "semantic/SemBase.h"
+#include "semantic/SymbolTable.h"
 
-class CompilerDelegate;
 class DebuggerSymbols;
 class ModuleDeclaration;
 class ClassDeclaration;
 class FunctionDeclaration;
 class PropertyDeclaration;
 
-class SrcContext : public TacLiteralPool {
+class SrcContext : public TacLiteralPool, public CompileErrorSink, public NameScope {
 public:
   // Opens the globals' table, storage class 0, as the first of `tables`.
   SrcContext();
   ~SrcContext() override;
 
-  // The module that declarations are looked up in: the open `Module`, or
-  // the root of the mined declarations.
-  ModuleDeclaration* CurrentModule() const { return inModule ? currentModule : rootModule; }
-  // Label numbers run from 1 and are never reused within a compilation.
-  int32_t NewLabel() { return nextLabel++; }
+  // The line of the token just read.
+  int CurrentLine() const override;
   // The label literal of a GoTo label, made at first use so that a label can
   // be jumped to before it is placed. Names match ignoring case; labels have
   // no scope, so one name is one label in the whole compilation.
@@ -53,25 +55,13 @@ public:
   // One StaticStorage address at offset 0 per link name, owned by the pool.
   TacAddr* GetStaticSymbolAddr(IRDataType const& type, string const& name);
 
-  // Progress and error sink; null is legal and leaves only hadError.
-  CompilerDelegate* delegate = nullptr;
-  // The innermost open symbol table.
-  Ref<SymbolTable> currentTable;
-  // Every table of the compilation, so that tables outlive their scopes.
-  Ref<SymbolTableList> tables;
   // All the code of the compilation, a SemCode with the null type.
   Ref<SemBase> program;
-  ModuleDeclaration* rootModule = nullptr;
   // The value of each open `Select Case`, and its state.
   SimpleVector<Ref<SemBase>> selectStack;
   // The exit label of each open loop.
   SimpleVector<TacAddr const*> exitTargets;
-  FunctionDeclaration* currentFunction = nullptr;
   PropertyDeclaration* currentProperty = nullptr;
-  bool inClass = false;
-  ClassDeclaration* currentClass = nullptr;
-  bool inModule = false;
-  ModuleDeclaration* currentModule = nullptr;
   // The flags in force, and those saved at the start of each open method.
   LanguageOptions options;
   SimpleVector<LanguageOptions> optionStack;
@@ -80,8 +70,6 @@ public:
   // Open `#if` blocks, and per block whether one of its branches was taken.
   int32_t conditionalDepth = 0;
   SimpleVector<bool> conditionalTaken;
-  bool hadError = false;
-  int32_t nextLabel = 1;
   // GoTo labels by name, with their label literals in step.
   SimpleVector<string> labelNames;
   SimpleVector<TacAddr*> labelAddrs;
@@ -90,6 +78,10 @@ public:
 };
 
 extern SrcContext* gContext;
+
+// Makes `context` (or none, with null) the current compilation: gContext
+// and the slices of it that the lower layers see.
+void SetCurrentContext(SrcContext* context);
 
 // The words of `#pragma`, numbered in this order; the effect of each on the
 // context's options is CompilePragma's.
@@ -117,12 +109,6 @@ constexpr int kPragmaCount = 0 KV_PRAGMAS(KV_PRAGMA_COUNT);
 #undef KV_PRAGMA_COUNT
 static_assert(kPragmaCount == 11 && kPragmaBindingSpecification == 10, "the pragma numbering is fixed");
 
-// The intrinsics that the context's routines call, by the fixed numbers of
-// the run-time library's list (RuntimeInit, RuntimeExit, RuntimeDebugEntry).
-constexpr long kIntrinsicRuntimeInit = 1;
-constexpr long kIntrinsicRuntimeExit = 2;
-constexpr long kIntrinsicRuntimeDebugEntry = 43;
-
 // The table of pragma words, which match without regard to ASCII case. Made
 // by the first InitParserGlobals; never null after it.
 StringMap<pragmas> const* PragmaTable();
@@ -138,3 +124,11 @@ void ResetPragmas();
 // Makes `context` the current compilation; the first call of the process
 // also makes the shared values (see the invariants above).
 void InitParserGlobals(SrcContext* context);
+
+// The type nonterminals: each yields a SemIdentifier carrying the type.
+// `token` is the keyword's token number (Integer, String, ... Class).
+Ref<SemBase> BasicType(int token);
+Ref<SemBase> ClassType(Ref<SemBase> name);
+// `commas` holds one element per comma, or is null: the rank is one more.
+Ref<SemBase> ArrayRank(Ref<SemBase> commas);
+Ref<SemBase> ArrayType(Ref<SemBase> element, Ref<SemBase> rank);

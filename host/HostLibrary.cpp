@@ -1,7 +1,7 @@
 #include "host/HostLibrary.h"
 
 #include "runtime/MathRuntime.h"
-#include "runtime/commonColorFunctions.h"
+#include "runtime/ColorFunctions.h"
 
 #include <cmath>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 #include "host/StandInHost.h"
 
 namespace {

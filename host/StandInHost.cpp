@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 
 namespace {
 

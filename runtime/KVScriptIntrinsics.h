@@ -1,12 +1,10 @@
-// The script library as the compiler and the linker see it: the prefix
-// module of everything a script may name without declaring it, the table
-// of link names to run-time functions, and the small run-time functions
-// that belong to no other family (input, output, start, yield, the classes
-// of the library).
+// The script library as the linker sees it: the table of link names to
+// run-time functions, and the small run-time functions that belong to no
+// other family (input, output, start, yield, the classes of the library).
+// The compiler's view of it, the prefix module, is semantic/ScriptLibrary.h.
 //
 // Invariants:
-// - The prefix module and the function table are made anew for each
-//   compile and belong to the caller.
+// - The function table is made anew for each link and belongs to the caller.
 // - Functions that generated code calls take their arguments borrowed and
 //   hand back strings with one reference; they use the plain C convention.
 // - During a run, the correspondent and the class list describe the script
@@ -15,13 +13,10 @@
 
 #include <cstdint>
 
-#include "foundation/string.h"
-#include "foundation/stringmap.h"
-#include "semantic/datatypes.h"
+#include "foundation/String.h"
+#include "foundation/StringMap.h"
+#include "ir/DataTypes.h"
 
-class ClassDeclaration;
-class FunctionDeclaration;
-class ModuleDeclaration;
 struct RuntimeClass;
 struct RuntimeObject;
 
@@ -34,23 +29,6 @@ constexpr int32_t kVariantStorageSize = 16;
 
 // A new map from link name to function, owned by the caller.
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable();
-
-// A new module holding the library's functions and classes; the caller
-// owns it (it is not locked).
-ModuleDeclaration* MakeKvScriptRuntimeDeclarations();
-
-// A function of the library: dispatched by link name, named `linkName`,
-// called `scriptName`. Each parameter type that is not the null type adds a
-// parameter "ParameterN", N being its position. Not locked.
-FunctionDeclaration* MakeRuntimeMethodDeclaration(string linkName, string scriptName, IRDataType result,
-                                                  IRDataType p1 = IRDataType(),
-                                                  IRDataType p2 = IRDataType(),
-                                                  IRDataType p3 = IRDataType());
-ClassDeclaration* MakeVariantDeclaration();
-ClassDeclaration* MakeRuntimeExceptionDeclaration();
-// A subclass with the parent's storage, already connected to it.
-ClassDeclaration* MakeRuntimeExceptionSubclassDeclaration(ClassDeclaration* parent, string name,
-                                                          string linkName);
 
 // The first class of the run in progress with this name (ignoring case), or null.
 RuntimeClass* FindNamedClass(string name);

@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 
 struct stringStorage;
 struct RuntimeObject;

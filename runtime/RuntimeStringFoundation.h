@@ -3,7 +3,7 @@
 // carries one reference for the caller.
 #pragma once
 
-#include "foundation/string.h"
+#include "foundation/String.h"
 
 extern "C" {
 void RuntimeLockString(stringStorage* s);

@@ -3,7 +3,10 @@
 # Does nothing (and asks for nothing) when every package is already present.
 set -euo pipefail
 
-packages=(g++-multilib cmake bison googletest ninja-build)
+# g++-multilib: the 32-bit compiler and libraries; clang with libclang-rt-dev:
+# the fuzz targets (libFuzzer and its 32-bit run-time come with clang, not gcc);
+# binutils: objdump, which judges the instruction writer's encodings.
+packages=(g++-multilib cmake bison googletest ninja-build clang libclang-rt-dev binutils)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,7 +1,7 @@
 #include "semantic/DeclarationTable.h"
 
-#include "foundation/kvassert.h"
-#include "frontend/SrcContext.h"
+#include "foundation/KvAssert.h"
+#include "semantic/NameScope.h"
 
 namespace {
 
@@ -295,8 +295,8 @@ void ModuleDeclaration::Unlink() {
 
 bool CurrentlyHasPermissionToAccess(ClassDeclaration* owner, ScopedDeclaration::Scope scope) {
   if (scope == ScopedDeclaration::kScopePublic) return true;
-  if (!gContext || !gContext->inClass || !gContext->currentClass || !owner) return false;
-  ClassDeclaration* current = gContext->currentClass;
+  if (!gNameScope || !gNameScope->inClass || !gNameScope->currentClass || !owner) return false;
+  ClassDeclaration* current = gNameScope->currentClass;
   if (current->GetName() == owner->GetName()) return true;
   if (scope == ScopedDeclaration::kScopePrivate) return false;
   // A chain that loops back (circular Inherits, reported elsewhere) must

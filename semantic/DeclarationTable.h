@@ -26,9 +26,9 @@
 
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
-#include "foundation/string.h"
-#include "foundation/stringmap.h"
-#include "semantic/datatypes.h"
+#include "foundation/String.h"
+#include "foundation/StringMap.h"
+#include "ir/DataTypes.h"
 
 class FunctionDeclaration;
 class ClassDeclaration;

@@ -22,8 +22,8 @@
 #pragma once
 
 #include "foundation/Ref.h"
-#include "foundation/string.h"
-#include "semantic/datatypes.h"
+#include "foundation/String.h"
+#include "ir/DataTypes.h"
 
 class SemBase;
 class FunctionDeclaration;

@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
-#include "foundation/kvassert.h"
-#include "foundation/utility.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "foundation/KvAssert.h"
+#include "foundation/Utility.h"
+#include "diag/CompileError.h"
+#include "semantic/SymbolTable.h"
 
 Ref<SemBase> kNullSemBase;
 
@@ -18,7 +18,7 @@ static Ref<SemBase> Bound(SemBase* object) {
 // SemBase: the defaults, which every wrong-kind call falls back to.
 
 SemBase::SemBase() : tag(kSemBaseTag) {
-  location.startLine = current_line();
+  location.startLine = CurrentSourceLine();
   location.endLine = location.startLine;
 }
 

@@ -19,12 +19,12 @@
 
 #include <cstdint>
 
-#include "backend/InterRep.h"
+#include "ir/ThreeAddressCode.h"
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
-#include "foundation/string.h"
-#include "semantic/SourceLocation.h"
-#include "semantic/datatypes.h"
+#include "foundation/String.h"
+#include "diag/SourceLocation.h"
+#include "ir/DataTypes.h"
 
 struct SymbolTableEntry;
 

@@ -1,12 +1,12 @@
 #include "semantic/SymbolUtilities.h"
 
-#include "frontend/ParserError.h"
-#include "frontend/SrcContext.h"
+#include "diag/CompileError.h"
+#include "semantic/NameScope.h"
 #include "semantic/DeclarationTable.h"
-#include "semantic/InterRep.h"
+#include "semantic/SymbolTable.h"
 
 Ref<SemBase> AddDeclaredName(Ref<SemBase> identifier) {
-  if (!identifier || !gContext) return identifier;
+  if (!identifier || !gNameScope) return identifier;
   // A clash is reported and the name stored anyway, so that later uses of
   // it raise no second error.
   VerifyUniqueName(identifier);
@@ -52,23 +52,23 @@ static CompileErrorCode ModuleClash(ModuleDeclaration const* module, string cons
 
 static CompileErrorCode FirstNameClash(string const& name) {
   if (DeclaredInCurrentTable(name)) return DuplicateName;
-  if (gContext->currentFunction) return FunctionClash(gContext->currentFunction, name);
+  if (gNameScope->currentFunction) return FunctionClash(gNameScope->currentFunction, name);
   StorageClass storage = CurrentSymbolTable()->storageClass;
   CompileErrorCode code = kNoCompileError;
-  if (gContext->inClass && storage != LocalStorage) code = ClassClash(gContext->currentClass, name);
+  if (gNameScope->inClass && storage != LocalStorage) code = ClassClash(gNameScope->currentClass, name);
   if (code == kNoCompileError && storage != LocalStorage && storage != ObjectStorage)
-    code = ModuleClash(gContext->CurrentModule(), name);
+    code = ModuleClash(gNameScope->CurrentModule(), name);
   return code;
 }
 
 void VerifyUniqueName(Ref<SemBase> identifier) {
-  if (!identifier || !gContext) return;
+  if (!identifier || !gNameScope) return;
   CompileErrorCode code = FirstNameClash(identifier->toString());
   if (code != kNoCompileError) Error(code, identifier->Location());
 }
 
 Ref<SemBase> FindLocalSymbol(Ref<SemBase> identifier) {
-  if (!identifier || !gContext) return Ref<SemBase>();
+  if (!identifier || !gNameScope) return Ref<SemBase>();
   Ref<SymbolTable> table = CurrentSymbolTable();
   Ref<SymbolTable> foundIn = table;
   SymbolID symbol;
@@ -78,7 +78,7 @@ Ref<SemBase> FindLocalSymbol(Ref<SemBase> identifier) {
 }
 
 void ProhibitSymbolInitialization(Ref<SemBase> identifier) {
-  if (!identifier || !gContext) return;
+  if (!identifier || !gNameScope) return;
   SymbolID symbol;
   if (CurrentSymbolTable()->Lookup(identifier->toString(), nullptr, &symbol))
     symbol.ProhibitInitialization();

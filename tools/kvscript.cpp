@@ -19,10 +19,10 @@
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "engine/PluginMain.h"
-#include "engine/compiler.h"
+#include "engine/Compiler.h"
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
-#include "frontend/ParserError.h"
+#include "foundation/Utility.h"
+#include "diag/CompileError.h"
 #include "host/StandInHost.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The code generator framework: the register record, the walk over a block,
 // dispatch, fix-up bookkeeping, errors and cancelling.
-#include "backend/codegenerator.h"
+#include "backend/CodeGenerator.h"
 
 #include <gtest/gtest.h>
 

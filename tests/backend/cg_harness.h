@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "backend/CGIA32.h"
-#include "backend/InterRep.h"
-#include "frontend/ParserError.h"
-#include "semantic/InterRep.h"
+#include "ir/ThreeAddressCode.h"
+#include "diag/CompileError.h"
+#include "semantic/SymbolTable.h"
 
 // Records errors and progress; can ask to stop at a given progress call.
 class RecordingDelegate : public CompilerDelegate {
@@ -114,7 +114,7 @@ private:
 // Intrinsic link names by number: "intrinsic<n>" unless given.
 inline SimpleVector<string> TestIntrinsicNames(std::map<int, char const*> const& named = {}) {
   SimpleVector<string> names;
-  for (int i = 0; i < 57; ++i) {
+  for (int i = 0; i < kIntrinsicFunctionCount; ++i) {
     auto it = named.find(i);
     names.push_back(it != named.end() ? string(it->second)
                                       : string(("intrinsic" + std::to_string(i)).c_str()));

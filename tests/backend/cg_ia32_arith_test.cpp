@@ -320,7 +320,7 @@ TEST(FloatOps, PowerGoesThroughItsIntrinsic) {
   program.Return(r);
   program.EmptyMain();
 
-  Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames({{kIntrinsicPow, "TestPow"}}));
+  Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames({{kIntrinsicRuntimePow, "TestPow"}}));
   TestImage image;
   double (*testPow)(double, double) = [](double a, double b) { return std::pow(a, b); };
   ASSERT_TRUE(image.Link(module, {{"TestPow", (void*)testPow}})) << image.error;

@@ -337,9 +337,9 @@ TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
   program.Return(sum);
 
   std::map<int, char const*> names = {
-      {kIntrinsicLockString, "LS"}, {kIntrinsicUnlockString, "US"}, {kIntrinsicLockUnlockStrings, "SS"},
-      {kIntrinsicLockObject, "LO"}, {kIntrinsicUnlockObject, "UO"}, {kIntrinsicLockUnlockObjects, "SO"},
-      {kIntrinsicLockArray, "LA"},  {kIntrinsicUnlockArray, "UA"},  {kIntrinsicLockUnlockArrays, "SA"},
+      {kIntrinsicRuntimeLockString, "LS"}, {kIntrinsicRuntimeUnlockString, "US"}, {kIntrinsicRuntimeLockUnlockStrings, "SS"},
+      {kIntrinsicRuntimeLockObject, "LO"}, {kIntrinsicRuntimeUnlockObject, "UO"}, {kIntrinsicRuntimeLockUnlockObjects, "SO"},
+      {kIntrinsicRuntimeLockArray, "LA"},  {kIntrinsicRuntimeUnlockArray, "UA"},  {kIntrinsicRuntimeLockUnlockArrays, "SA"},
   };
   Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames(names));
   void (*ls)(void*) = [](void* a) { Note("LS", a); };

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "backend/codestorage.h"
+#include "backend/CodeStorage.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "backend/IA32OpWriter.h"
-#include "backend/codestorage.h"
-#include "backend/minilinker.h"
-#include "engine/CompilerDelegate.h"
-#include "frontend/ParserError.h"
+#include "backend/CodeStorage.h"
+#include "backend/MiniLinker.h"
+#include "diag/CompilerDelegate.h"
+#include "diag/CompileError.h"
 
 namespace linktest {
 

@@ -1,4 +1,4 @@
-#include "backend/InterRep.h"
+#include "ir/ThreeAddressCode.h"
 
 #include <gtest/gtest.h>
 
@@ -178,7 +178,7 @@ TEST_F(TacTest, NewLabelGivesFreshIntegerLiteralsOfTheCurrentContext) {
   EXPECT_GE(l1->GetValue().sint32, 0);
   // A label is the context's literal of its number.
   EXPECT_EQ(context.GetLiteral((long)l2->GetValue().sint32), l2);
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 }  // namespace

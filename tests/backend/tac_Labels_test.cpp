@@ -1,4 +1,4 @@
-#include "backend/LabelUtilities.h"
+#include "ir/LabelUtilities.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "backend/TacPrinter.h"
+#include "ir/TacPrinter.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "backend/LabelUtilities.h"
+#include "ir/LabelUtilities.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include "backend/codestorage.h"
+#include "backend/CodeStorage.h"
 #include "engine/PluginMain.h"
 #include "engine/KVScriptInterface.h"
-#include "engine/compiler.h"
+#include "engine/Compiler.h"
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "host/StandInHost.h"
 
 class HostedTest : public ::testing::Test {

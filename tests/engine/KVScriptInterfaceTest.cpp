@@ -8,10 +8,10 @@
 #include <functional>
 #include <vector>
 
-#include "backend/minilinker.h"
+#include "backend/MiniLinker.h"
 #include "engine/KVScriptInterface.h"
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
 
 namespace {

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "HostedTest.h"
-#include "backend/codestorage.h"
+#include "backend/CodeStorage.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
-#include "engine/compiler.h"
-#include "frontend/ParserError.h"
+#include "engine/Compiler.h"
+#include "diag/CompileError.h"
 #include "semantic/DeclarationTable.h"
 
 namespace {
@@ -77,7 +77,7 @@ TEST(SyntaxFilter, PassesSyntaxErrorsOnly) {
 
 TEST(CompilerDriver, ConstructorPreparesTheIntrinsicList) {
   Compiler compiler;
-  EXPECT_EQ(compiler.intrinsics.size(), (unsigned long)kIntrinsicCount);
+  EXPECT_EQ(compiler.intrinsics.size(), (unsigned long)kIntrinsicFunctionCount);
   EXPECT_EQ(compiler.intrinsics[0].Storage(), nullptr);
   EXPECT_EQ(compiler.options.boundsChecking, 1);
   EXPECT_EQ(compiler.options.debug, 0);

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/stringmap.h"
+#include "foundation/StringMap.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/string.h"
-#include "foundation/utility.h"
+#include "foundation/String.h"
+#include "foundation/Utility.h"
 
 namespace {
 

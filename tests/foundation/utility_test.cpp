@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/string.h"
-#include "foundation/utility.h"
+#include "foundation/String.h"
+#include "foundation/Utility.h"
 
 namespace {
 

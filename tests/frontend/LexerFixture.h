@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
 
 // Literals need a pool and the shared constants; the context is put away
@@ -24,7 +24,7 @@ protected:
     InitLexer(nullptr);
     yylval = kNullSemBase;
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
   SrcContext* mContext = nullptr;
 };

@@ -3,8 +3,13 @@
 #include <vector>
 
 #include "LexerFixture.h"
-#include "engine/CompilerDelegate.h"
-#include "frontend/ParserError.h"
+#include "diag/CompilerDelegate.h"
+#include "diag/CompileError.h"
+#include "codebuild/Declarations.h"
+#include "codebuild/Directives.h"
+#include "codebuild/NameLookup.h"
+#include "codebuild/Statements.h"
+#include "grammar/Parser.h"
 
 namespace {
 

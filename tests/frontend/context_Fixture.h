@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "frontend/Miner.h"
-#include "frontend/Modules.h"
+#include "codebuild/Program.h"
 #include "semantic/DeclarationTable.h"
 #include "tests/frontend/grammar_ParseFixture.h"
 
@@ -34,7 +34,7 @@ protected:
     InitLexer(nullptr);
     yylval = kNullSemBase;
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
 
   // Parses `text` in this fixture's context; with `mine`, the miner reads

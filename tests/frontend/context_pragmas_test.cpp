@@ -130,7 +130,7 @@ TEST(ContextPragmaTable, EveryWordByItsNumber) {
   EXPECT_FALSE(table->GetEntry(string("Bounds"), found));
   EXPECT_EQ(table->count, (unsigned long)kPragmaCount);
   EXPECT_EQ(PragmaTable(), table);  // one table for the process
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 // layout of the whole program, and what a compilation leaves behind.
 
 #include "backend/DebuggerSymbols.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "tests/frontend/context_Fixture.h"
 
 namespace {
@@ -282,7 +282,7 @@ void ParseAndDiscard(char const* text) {
   InitLexer(nullptr);
   yylval = kNullSemBase;
   delete context;
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 TEST(ContextLifetime, LaterCompilationsLeaveNoAllocationBehind) {

@@ -11,12 +11,16 @@
 #include <vector>
 
 #include "codebuild/Placeholders.h"
-#include "engine/CompilerDelegate.h"
-#include "frontend/Parser.h"
-#include "frontend/ParserError.h"
+#include "diag/CompilerDelegate.h"
+#include "codebuild/Declarations.h"
+#include "codebuild/Directives.h"
+#include "codebuild/NameLookup.h"
+#include "codebuild/Statements.h"
+#include "grammar/Parser.h"
+#include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "frontend/Lexer.h"
+#include "semantic/SymbolTable.h"
 
 struct ReportedError {
   CompileErrorCode code;
@@ -169,6 +173,6 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
   InitLexer(nullptr);
   yylval = kNullSemBase;
   delete context;
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
   return outcome;
 }

@@ -9,7 +9,7 @@
 
 #include "frontend/Miner.h"
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
 
 class MinerFixture : public ::testing::Test {
@@ -26,7 +26,7 @@ protected:
     InitLexer(nullptr);
     yylval = kNullSemBase;
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
 
   ModuleDeclaration* Mine(char const* source) {

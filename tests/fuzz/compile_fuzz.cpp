@@ -8,7 +8,7 @@
 
 #include "engine/KVScriptInterface.h"
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 
 namespace {
 

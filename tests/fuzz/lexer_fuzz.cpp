@@ -8,7 +8,7 @@
 #include <string>
 
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -47,7 +47,7 @@ void LexToEnd(char const* text, size_t length, int mode) {
   InitLexer(nullptr);
   yylval = kNullSemBase;
   delete context;
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 void LexString(std::string const& text) { LexToEnd(text.c_str(), strlen(text.c_str()), 0); }

@@ -12,7 +12,7 @@
 
 #include "frontend/Miner.h"
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
+#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -118,6 +118,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   InitLexer(nullptr);
   yylval = kNullSemBase;
   delete context;
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
   return 0;
 }

@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "codebuild/Placeholders.h"
-#include "engine/CompilerDelegate.h"
-#include "frontend/Parser.h"
-#include "frontend/ParserError.h"
+#include "diag/CompilerDelegate.h"
+#include "grammar/Parser.h"
+#include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "frontend/Lexer.h"
+#include "semantic/SymbolTable.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -62,7 +62,7 @@ void ParseToEnd(char const* text) {
   InitLexer(nullptr);
   yylval = kNullSemBase;
   delete context;
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 // Nesting on both sides of the stacks' limit, once per process.

@@ -9,7 +9,7 @@
 
 #include "engine/PluginMain.h"
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "host/StandInHost.h"
 
 namespace {

@@ -5,13 +5,14 @@
 #include <memory>
 #include <vector>
 
-#include "backend/codestorage.h"
-#include "backend/minilinker.h"
+#include "backend/CodeStorage.h"
+#include "backend/MiniLinker.h"
 #include "engine/KVScriptInterface.h"
-#include "engine/compiler.h"
-#include "frontend/ParserError.h"
-#include "runtime/Intrinsics.h"
+#include "engine/Compiler.h"
+#include "diag/CompileError.h"
+#include "ir/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
+#include "semantic/ScriptLibrary.h"
 #include "semantic/DeclarationTable.h"
 
 namespace {

@@ -5,10 +5,11 @@
 #include <vector>
 
 #include "engine/KVScriptInterface.h"
-#include "engine/compiler.h"
+#include "engine/Compiler.h"
 #include "frontend/Miner.h"
-#include "runtime/Intrinsics.h"
+#include "ir/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
+#include "semantic/ScriptLibrary.h"
 #include "runtime/RuntimeStringFoundation.h"
 #include "semantic/DeclarationTable.h"
 
@@ -19,7 +20,7 @@ namespace {
 
 TEST(IntrinsicList, NumbersNameTheirFunctions) {
   SimpleVector<string> const& names = IntrinsicFunctionNames();
-  ASSERT_EQ(names.size(), (unsigned long)kIntrinsicCount);
+  ASSERT_EQ(names.size(), (unsigned long)kIntrinsicFunctionCount);
   EXPECT_EQ(&IntrinsicFunctionNames(), &names);  // made once
   struct {
     int number;
@@ -54,13 +55,13 @@ TEST(IntrinsicList, NumbersNameTheirFunctions) {
       EXPECT_TRUE(seen.insert(upper).second) << upper;
     }
   }
-  EXPECT_EQ(seen.size(), (size_t)kIntrinsicCount - 2);
+  EXPECT_EQ(seen.size(), (size_t)kIntrinsicFunctionCount - 2);
 }
 
 TEST(IntrinsicList, WhichCallsMayRaise) {
   std::set<int> const raising = {10, 11, 12, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27,
                                  28, 29, 30, 31, 32, 45, 49, 50, 55, 56};
-  for (int i = -1; i <= kIntrinsicCount; ++i)
+  for (int i = -1; i <= kIntrinsicFunctionCount; ++i)
     EXPECT_EQ(IntrinsicFunctionRaisesExceptions(i), raising.count(i) == 1) << i;
 }
 

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "runtime/MathRuntime.h"
-#include "runtime/commonColorFunctions.h"
+#include "runtime/ColorFunctions.h"
 
 namespace {
 

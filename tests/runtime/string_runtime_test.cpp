@@ -3,7 +3,7 @@
 #include <string>
 
 #include "foundation/TextEncodingUtil.h"
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "runtime/RuntimeStringFoundation.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "frontend/SrcContext.h"
-#include "frontend/lexer.h"
-#include "semantic/InterRep.h"
+#include "frontend/Lexer.h"
+#include "semantic/SymbolTable.h"
 
 namespace {
 
@@ -25,11 +25,14 @@ SymbolTableEntry* FakeEntry(int n) {
 
 class SemBaseTest : public ::testing::Test {
 protected:
+  // New values take their line from the compile in progress.
   void SetUp() override {
     InitTacConstants();
     InitLexer("");
+    SetCurrentContext(&pool);
   }
-  TacLiteralPool pool;
+  void TearDown() override { SetCurrentContext(nullptr); }
+  SrcContext pool;
 };
 
 TEST_F(SemBaseTest, NewValuesStartAtTheLexersCurrentLine) {
@@ -322,7 +325,7 @@ protected:
     InitParserGlobals(&mContext);
     ResetSymbolTables();
   }
-  void TearDown() override { gContext = nullptr; }
+  void TearDown() override { SetCurrentContext(nullptr); }
 
   static unsigned long Number(string const& name) { return std::strtoul(name.CString(), nullptr, 16); }
 
@@ -374,7 +377,7 @@ TEST_F(TemporaryTest, CounterMovesOnAndIsNeverReset) {
   InitParserGlobals(&next);
   ResetSymbolTables();
   EXPECT_EQ(Number(NextTemporaryName()), second + 2);
-  gContext = nullptr;
+  SetCurrentContext(nullptr);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "semantic/datatypes.h"
+#include "ir/DataTypes.h"
 
 #include <gtest/gtest.h>
 

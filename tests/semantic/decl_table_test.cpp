@@ -45,7 +45,7 @@ protected:
   }
   void TearDown() override {
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
   SrcContext* mContext = nullptr;
 };

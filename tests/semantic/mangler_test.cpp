@@ -237,7 +237,7 @@ protected:
   }
   void TearDown() override {
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
   static Ref<SemBase> Typed(char const* name, IRDataType type) {
     Ref<SemBase> identifier = SemIdentifier::New(string(name));

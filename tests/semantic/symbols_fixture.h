@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "engine/CompilerDelegate.h"
-#include "frontend/ParserError.h"
+#include "diag/CompilerDelegate.h"
+#include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
-#include "semantic/InterRep.h"
+#include "semantic/SymbolTable.h"
 #include "semantic/SemBase.h"
 
 class SymbolErrorRecorder : public CompilerDelegate {
@@ -32,7 +32,7 @@ protected:
   }
   void TearDown() override {
     delete mContext;
-    gContext = nullptr;
+    SetCurrentContext(nullptr);
   }
 
   static Ref<SemBase> Ident(char const* name, IRDataType type = IRDataType(kTypeInteger)) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "foundation/utility.h"
+#include "foundation/Utility.h"
 #include "symbols_fixture.h"
 
 namespace {

@@ -1,0 +1,411 @@
+#include "backend/MiniLinker.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "diag/CompilerDelegate.h"
+#include "runtime/RunState.h"
+#include "foundation/KvAssert.h"
+#include "diag/CompileError.h"
+
+// ---------------------------------------------------------------------------
+// CodeMapping
+
+static unsigned int RoundUpToPage(unsigned int length) {
+  unsigned int page = (unsigned int)sysconf(_SC_PAGESIZE);
+  if (length == 0) return page;
+  return (length + page - 1) / page * page;
+}
+
+CodeMapping::CodeMapping(unsigned int length)
+    : mAddress(nullptr), mLength(length), mMappedLength(RoundUpToPage(length)), mSealed(false) {
+  void* memory = mmap(nullptr, mMappedLength, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory != MAP_FAILED) mAddress = static_cast<char*>(memory);
+}
+
+CodeMapping::~CodeMapping() {
+  if (mAddress) munmap(mAddress, mMappedLength);
+}
+
+bool CodeMapping::Write(unsigned int offset, char const* bytes, unsigned int count) {
+  if (!mAddress || mSealed || offset > mLength || mLength - offset < count) return false;
+  if (count) memcpy(mAddress + offset, bytes, count);
+  return true;
+}
+
+bool CodeMapping::Seal() {
+  if (!mAddress || mSealed) return mSealed;
+  mSealed = true;
+  if (mprotect(mAddress, mMappedLength, PROT_READ | PROT_EXEC) == 0) return true;
+  // Whatever state the pages are in, none of it may run.
+  mprotect(mAddress, mMappedLength, PROT_NONE);
+  munmap(mAddress, mMappedLength);
+  mAddress = nullptr;
+  return false;
+}
+
+// ---------------------------------------------------------------------------
+// RunReadyCode
+
+RunReadyCode::RunReadyCode() : data(new char[0]), dataLength(0), image(nullptr) {}
+
+RunReadyCode::RunReadyCode(Ref<FunctionBlock> block, char* dataArea, int dataAreaLength,
+                           SimpleVector<string> const& literals, CodeMapping* codeImage)
+    : data(dataArea), dataLength(dataAreaLength), code(block), strings(literals), image(codeImage) {}
+
+RunReadyCode::~RunReadyCode() {
+  delete image;
+  delete[] data;
+}
+
+void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
+  char* saved = new char[dataLength > 0 ? dataLength : 0];
+  if (dataLength > 0) memcpy(saved, data, (size_t)dataLength);
+  InitKvScriptRuntime();
+  SetRuntimeCorrespondent(correspondent);
+  if (image && image->Sealed() && image->Address()) {
+    auto start = reinterpret_cast<void (*)()>(image->Address());
+    start();
+  }
+  ExitKvScriptRuntime();
+  if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
+  delete[] saved;
+}
+
+// ---------------------------------------------------------------------------
+// Stages
+
+static bool IsStubName(string const& name) {
+  long prefix = (long)sizeof(kStubPrefix) - 1;
+  return name.Length() >= prefix && left(name, (int)prefix).CompareWithCase(kStubPrefix) == 0;
+}
+
+void PrepareCodeModule(Ref<CodeModule> module) {
+  if (!module || module->family != CodeModule::kFamilyPPC) return;
+  Ref<FunctionBlock> glue = module->MakeFunctionBlock();
+  glue->name = kPointerGlueName;
+  for (uint32_t word : kPPCPointerGlue) glue->Append32(word);
+  module->functions.push_back(glue);
+}
+
+Ref<FunctionBlock> MergeModuleFunctions(Ref<CodeModule> module, StringMap<unsigned int>* merged) {
+  Ref<FunctionBlock> block = module->MakeFunctionBlock();
+  for (unsigned long i = 0; i < module->functions.size(); ++i) {
+    Ref<FunctionBlock> function = module->functions[i];
+    if (!function) continue;
+    merged->AddEntry(function->name, block->Length());
+    block->Append(function);
+  }
+  return block;
+}
+
+// Stores a word in the data area in the block's byte order.
+static void StoreDataWord(char* dataArea, unsigned long offset, uint32_t value, bool bigEndian) {
+  for (int i = 0; i < 4; ++i) {
+    int shift = bigEndian ? 8 * (3 - i) : 8 * i;
+    dataArea[offset + i] = (char)(value >> shift);
+  }
+}
+
+void PokeInStringPointers(char* dataArea, StringMap<unsigned long>* stringSlots) {
+  StringMapIterator<unsigned long>* it = stringSlots->NewIterator();
+  unsigned long slot;
+  while (it->Next(slot)) {
+    // The map keeps the first spelling of a key, which is the record that
+    // the literal list holds. The slots exist on PowerPC only: big-endian.
+    StoreDataWord(dataArea, slot, (uint32_t)(uintptr_t)it->Key().Storage(), true);
+  }
+  delete it;
+}
+
+void PokeInCodePointers(CodeModule::Family family, char* dataArea,
+                        StringMap<unsigned long>* codeSlots, void* codeAddress,
+                        StringMap<unsigned int>* merged, StringMap<void*>* table) {
+  bool ppc = family == CodeModule::kFamilyPPC;
+  StringMapIterator<unsigned long>* it = codeSlots->NewIterator();
+  unsigned long slot;
+  while (it->Next(slot)) {
+    string name = it->Key();
+    unsigned int offset = 0;
+    void* outside = nullptr;
+    if (merged->GetEntry(name, offset)) {
+      StoreDataWord(dataArea, slot, (uint32_t)((uintptr_t)codeAddress + offset), ppc);
+      // A transition vector: the code, then the data register it expects.
+      if (ppc) StoreDataWord(dataArea, slot + 4, (uint32_t)(uintptr_t)dataArea, ppc);
+    } else if (table->GetEntry(name, outside)) {
+      StoreDataWord(dataArea, slot, (uint32_t)(uintptr_t)outside, ppc);
+    }
+  }
+  delete it;
+}
+
+// ---------------------------------------------------------------------------
+// MiniLink
+
+namespace {
+
+// The working tables of one link, and its two walks over the imports.
+class Linker {
+public:
+  Linker(Ref<CodeModule> linked, StringMap<void*>* runtimeTable, CompilerDelegate* errors)
+      : module(linked), table(runtimeTable), delegate(errors),
+        ppc(linked->family == CodeModule::kFamilyPPC) {}
+  ~Linker() { delete[] data; }
+
+  RunReadyCode* Link();
+
+private:
+  void AssignSpace(Import const& import);
+  void Resolve(Import const& import);
+  void ResolveCall(Import const& import);
+  void ResolveGlobal(Import const& import);
+  void ResolveCodePointer(Import const& import);
+  void ResolveString(Import const& import);
+  unsigned int StubFor(string const& name);
+  bool LookUpOutside(string const& name, void*& address);
+  CodeMapping* PlaceIA32Code();
+  void Fail(CompileErrorCode code, string const& word);
+  RunReadyCode* ReportFailures();
+
+  void OrWord(int32_t offset, uint32_t bits) {
+    block->Set32((unsigned int)offset, block->Get32((unsigned int)offset) | bits);
+  }
+
+  Ref<CodeModule> module;
+  StringMap<void*>* table;
+  CompilerDelegate* delegate;
+  bool ppc;
+  Ref<FunctionBlock> block;
+  StringMap<unsigned int> merged;
+  StringMap<unsigned long> dataOffsets;
+  StringMapCase<unsigned long> stringSlots;
+  SimpleVector<string> strings;
+  StringMap<unsigned long> codeSlots;
+  uint32_t dataSize = 0;
+  char* data = nullptr;
+  // IA-32 pointers to functions of the block, filled once its address is known.
+  SimpleVector<Import> localCodePointers;
+  // Each failing name once, in order of discovery, with its code.
+  StringMap<int> failedNames;
+  SimpleVector<string> failures;
+  SimpleVector<int> failureCodes;
+};
+
+bool IsCall(Import::Type type) { return type == Import::kCallPPC || type == Import::kCallIA32; }
+bool IsGlobal(Import::Type type) { return type == Import::kDataPPC || type == Import::kDataIA32; }
+bool IsString(Import::Type type) { return type == Import::kStringPPC || type == Import::kStringIA32; }
+bool IsPPCCodePointer(Import::Type type) { return type == Import::kCodePtrPPC; }
+
+// Forms that need 32-bit offsets into the data area, which only
+// non-default PowerPC options produce and this linker cannot make.
+bool IsUnsupported(Import::Type type) {
+  switch (type) {
+    case Import::kCodePtrHighPPC:
+    case Import::kCodePtrBasePPC:
+    case Import::kStringHighPPC:
+    case Import::kPicBasePPC:
+    case Import::kPicLowPPC:
+    case Import::kPicHighPPC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+void Linker::Fail(CompileErrorCode code, string const& word) {
+  if (failedNames.HasEntry(word)) return;
+  failedNames.AddEntry(word, (int)code);
+  failures.push_back(word);
+  failureCodes.push_back((int)code);
+}
+
+RunReadyCode* Linker::ReportFailures() {
+  for (unsigned long i = 0; i < failures.size() && delegate; ++i) {
+    SimpleVector<string> words;
+    if (failures[i].Length()) words.push_back(failures[i]);
+    delegate->CompilerError(CompileError((CompileErrorCode)failureCodes[i], SourceLocation(), words));
+  }
+  return nullptr;
+}
+
+// Step 3: data space by first use.
+void Linker::AssignSpace(Import const& import) {
+  if (IsCall(import.type)) {
+    if (ppc && !merged.HasEntry(import.name) && !codeSlots.HasEntry(import.name)) {
+      codeSlots.AddEntry(import.name, dataSize);
+      dataSize += 4;
+    }
+  } else if (IsGlobal(import.type)) {
+    if (dataOffsets.HasEntry(import.name)) return;
+    unsigned int size = 0;
+    if (!module->globalSizes.GetEntry(import.name, size)) {
+      Fail(UnknownName, import.name);
+      return;
+    }
+    dataOffsets.AddEntry(import.name, dataSize);
+    dataSize += size;
+  } else if (IsPPCCodePointer(import.type) || import.type == Import::kCodePtrIA32) {
+    if (ppc && !codeSlots.HasEntry(import.name)) {
+      codeSlots.AddEntry(import.name, dataSize);
+      dataSize += 8;
+    }
+  } else if (IsString(import.type)) {
+    if (stringSlots.HasEntry(import.name)) return;
+    stringSlots.AddEntry(import.name, ppc ? dataSize : strings.size());
+    if (ppc) dataSize += 4;
+    strings.push_back(import.name);
+  }
+}
+
+bool Linker::LookUpOutside(string const& name, void*& address) {
+  address = nullptr;
+  if (table && table->GetEntry(name, address) && address) return true;
+  Fail(UnknownName, name);
+  return false;
+}
+
+// Appends the stub of an outside function, with the import that fills in
+// its address; the walk reaches that import later.
+unsigned int Linker::StubFor(string const& name) {
+  string stubName = string(kStubPrefix) + name;
+  unsigned int target = 0;
+  if (merged.GetEntry(stubName, target)) return target;
+  target = block->Length();
+  merged.AddEntry(stubName, target);
+  if (ppc) {
+    for (uint32_t word : kPPCStub) block->Append32(word);
+    block->MarkImport(Import::kCodePtrPPC, name, (int)target - (int)block->Length());
+  } else {
+    block->Append8(kStubPushOpcode);
+    block->Append32(0);
+    block->Append8(kStubReturnOpcode);
+    block->MarkImport(Import::kCodePtrIA32, name, (int)(target + kStubAddressOffset) - (int)block->Length());
+  }
+  return target;
+}
+
+void Linker::ResolveCall(Import const& import) {
+  unsigned int target = 0;
+  bool direct = false;
+  if (merged.GetEntry(import.name, target)) {
+    direct = !(import.name == kPointerGlueName) && !IsStubName(import.name);
+  } else {
+    void* outside = nullptr;
+    if (!LookUpOutside(import.name, outside)) return;
+    target = StubFor(import.name);
+  }
+  int32_t distance = (int32_t)target - import.offset;
+  if (ppc) {
+    OrWord(import.offset, (uint32_t)distance & kPPCDisplacementMask);
+    unsigned int next = (unsigned int)import.offset + 4;
+    if (direct && block->Get32(next) == kPPCRestoreTOC) block->Set32(next, kPPCNop);
+  } else {
+    block->Set32((unsigned int)import.offset, (uint32_t)(distance - 4));
+  }
+}
+
+void Linker::ResolveGlobal(Import const& import) {
+  unsigned long offset = 0;
+  if (!dataOffsets.GetEntry(import.name, offset)) return;  // failed in step 3
+  if (ppc) OrWord(import.offset, (uint32_t)offset & 0xffff);
+  else block->Set32((unsigned int)import.offset, (uint32_t)((uintptr_t)data + offset));
+}
+
+void Linker::ResolveCodePointer(Import const& import) {
+  bool inside = merged.HasEntry(import.name);
+  void* outside = nullptr;
+  if (!inside && !LookUpOutside(import.name, outside)) return;
+  if (!ppc) {
+    if (inside) localCodePointers.push_back(import);
+    else block->Set32((unsigned int)import.offset, (uint32_t)(uintptr_t)outside);
+    return;
+  }
+  unsigned long slot = 0;
+  codeSlots.GetEntry(import.name, slot);
+  if (!inside) {
+    // An outside function comes as a pointer to its two-word entry: load it.
+    uint32_t word = (uint32_t)block->Get32((unsigned int)import.offset);
+    block->Set32((unsigned int)import.offset, (word & 0x3ffffff) | kPPCLoadFromLow);
+  }
+  OrWord(import.offset, (uint32_t)slot & 0xffff);
+}
+
+void Linker::ResolveString(Import const& import) {
+  unsigned long slot = 0;
+  stringSlots.GetEntry(import.name, slot);
+  if (ppc) OrWord(import.offset, (uint32_t)slot & 0xffff);
+  else block->Set32((unsigned int)import.offset, (uint32_t)(uintptr_t)strings[slot].Storage());
+}
+
+// Step 5, one import.
+void Linker::Resolve(Import const& import) {
+  if (IsUnsupported(import.type)) Fail(CodeBufferFull, string());
+  else if (IsCall(import.type)) ResolveCall(import);
+  else if (IsGlobal(import.type)) ResolveGlobal(import);
+  else if (IsPPCCodePointer(import.type) || import.type == Import::kCodePtrIA32) ResolveCodePointer(import);
+  else if (IsString(import.type)) ResolveString(import);
+}
+
+// Step 6 and the move into executable memory: the block's address is final
+// once it is mapped, so its own function pointers are patched before the copy.
+CodeMapping* Linker::PlaceIA32Code() {
+  auto* image = new CodeMapping(block->Length());
+  if (!image->Valid()) {
+    delete image;
+    return nullptr;
+  }
+  uintptr_t base = (uintptr_t)image->Address();
+  for (unsigned long i = 0; i < localCodePointers.size(); ++i) {
+    unsigned int offset = 0;
+    merged.GetEntry(localCodePointers[i].name, offset);
+    block->Set32((unsigned int)localCodePointers[i].offset, (uint32_t)(base + offset));
+  }
+  if (!image->Write(0, block->Buffer(), block->Length()) || !image->Seal()) {
+    delete image;
+    return nullptr;
+  }
+  return image;
+}
+
+RunReadyCode* Linker::Link() {
+  PrepareCodeModule(module);
+  block = MergeModuleFunctions(module, &merged);
+  for (unsigned long i = 0; i < block->imports.size(); ++i) AssignSpace(block->imports[i]);
+  data = new char[dataSize]();
+  // Stubs add imports as the walk goes: the size is read on every step, and
+  // each import is copied out before the list can move.
+  for (unsigned long i = 0; i < block->imports.size(); ++i) {
+    Import import = block->imports[i];
+    Resolve(import);
+  }
+  if (failures.size()) return ReportFailures();
+  CodeMapping* image = nullptr;
+  void* codeAddress = block->Buffer();
+  if (!ppc) {
+    image = PlaceIA32Code();
+    if (!image) {
+      Fail(CodeBufferFull, string());
+      return ReportFailures();
+    }
+    codeAddress = image->Address();
+  } else {
+    PokeInStringPointers(data, &stringSlots);
+  }
+  PokeInCodePointers(module->family, data, &codeSlots, codeAddress, &merged, table);
+  auto* linked = new RunReadyCode(block, data, (int)dataSize, strings, image);
+  data = nullptr;
+  return linked;
+}
+
+}  // namespace
+
+RunReadyCode* MiniLink(Ref<CodeModule> module, StringMap<void*>* table, CompilerDelegate* delegate) {
+  if (!module || (module->family != CodeModule::kFamilyIA32 && module->family != CodeModule::kFamilyPPC)) {
+    if (delegate) delegate->CompilerError(CompileError(CodeBufferFull, SourceLocation()));
+    return nullptr;
+  }
+  Linker linker(module, table, delegate);
+  return linker.Link();
+}

@@ -1,0 +1,103 @@
+#include "codebuild/Directives.h"
+
+#include "diag/CompileError.h"
+#include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
+
+Ref<SemBase> CompilePragma(Ref<SemBase> word, Ref<SemBase> value) {
+  if (!word || !gContext) return Ref<SemBase>();
+  pragmas pragma = kPragmaDisableBoundsChecking;
+  if (!PragmaTable()->GetEntry(word->toString(), pragma)) {
+    Error(UnknownPragma, word->Location());
+    return Ref<SemBase>();
+  }
+  // Only `True` turns an option on: a bare word turns it off.
+  uint8_t on = value && value->IsConstant() && value->GetValue().sint32 != 0 ? 1 : 0;
+  LanguageOptions& options = gContext->options;
+  switch (pragma) {
+    case kPragmaDisableBoundsChecking: options.boundsChecking = 0; break;
+    case kPragmaDisableBackgroundTasks: options.backgroundTasks = 0; break;
+    case kPragmaDisableAutoWaitCursor: options.autoWaitCursorDisabled = 1; break;
+    case kPragmaBoundsChecking: options.boundsChecking = on; break;
+    case kPragmaBackgroundTasks: options.backgroundTasks = on; break;
+    case kPragmaStackOverflowChecking: options.stackOverflowChecking = on; break;
+    case kPragmaNilObjectChecking: options.nilObjectChecking = on; break;
+    case kPragmaDebug: options.debug = on; break;
+    case kPragmaReset: ResetPragmas(); break;
+    case kPragmaBindingPart:
+    case kPragmaBindingSpecification: break;
+  }
+  return Ref<SemBase>();
+}
+
+// ---------------------------------------------------------------------------
+// Conditional compilation
+
+// A condition fit to choose a branch; reports why not otherwise. A null
+// handle follows an error that has been reported already.
+static bool UsableCondition(Ref<SemBase> condition) {
+  if (!condition) return false;
+  if (!condition->IsConstant()) {
+    Error(ConditionalNotConstant, condition->Location());
+    return false;
+  }
+  if (condition->GetType().GetMainType() == kTypeNull) {
+    Error(ConditionalTypeless, condition->Location());
+    return false;
+  }
+  return true;
+}
+
+// An unusable condition leaves the block without an entry in
+// conditionalTaken, and its lines are compiled.
+Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition) {
+  if (!gContext) return Ref<SemBase>();
+  ++gContext->conditionalDepth;
+  if (!UsableCondition(condition)) return Ref<SemBase>();
+  bool taken = condition->GetValue().sint32 != 0;
+  gContext->conditionalTaken.push_back(taken);
+  if (!taken) SkipConditionallyCompiledLines(false);
+  return Ref<SemBase>();
+}
+
+Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition) {
+  if (!gContext) return Ref<SemBase>();
+  if (gContext->conditionalDepth < 1) {
+    Error(ConditionalElseWithoutIf);
+    return Ref<SemBase>();
+  }
+  if (!UsableCondition(condition)) return Ref<SemBase>();
+  SimpleVector<bool>& taken = gContext->conditionalTaken;
+  if (taken.size() > 0 && taken.peek_back()) {
+    SkipConditionallyCompiledLines(true);
+  } else if (condition->GetValue().sint32 != 0) {
+    unsigned long at = (unsigned long)gContext->conditionalDepth - 1;
+    if (at < taken.size()) taken[at] = true;
+  } else {
+    SkipConditionallyCompiledLines(false);
+  }
+  return Ref<SemBase>();
+}
+
+// Reaching this means that the branch above was compiled: the else branch
+// is skipped.
+Ref<SemBase> CompileConditionalElse() {
+  if (!gContext) return Ref<SemBase>();
+  if (gContext->conditionalDepth < 1) {
+    Error(ConditionalElseWithoutIf);
+    return Ref<SemBase>();
+  }
+  SkipConditionallyCompiledLines(false);
+  return Ref<SemBase>();
+}
+
+Ref<SemBase> CompileConditionalEndIf() {
+  if (!gContext) return Ref<SemBase>();
+  if (gContext->conditionalTaken.size() > 0) gContext->conditionalTaken.pop_back();
+  if (gContext->conditionalDepth < 1) {
+    Error(ConditionalEndIfWithoutIf);
+    return Ref<SemBase>();
+  }
+  --gContext->conditionalDepth;
+  return Ref<SemBase>();
+}
