@@ -1,8 +1,8 @@
-#include "backend/codestorage.h"
+#include "backend/CodeStorage.h"
 
 #include <cstring>
 
-#include "foundation/kvassert.h"
+#include "foundation/KvAssert.h"
 
 DataBlock::DataBlock(bool bigEndianOrder)
     : buffer(nullptr), capacity(0), length(0), growAmount(0), bigEndian(bigEndianOrder) {}
