@@ -26,8 +26,10 @@ struct ReportedError {
 // (0: never), and lets every error go on.
 class RecordingDelegate : public CompilerDelegate {
 public:
-  bool CompilerFrontendProgress(int, int) override {
+  bool CompilerFrontendProgress(int line, int total) override {
     ++polls;
+    lastLine = line;
+    lastTotal = total;
     return stopAtPoll > 0 && polls >= stopAtPoll;
   }
   bool CompilerError(CompileError error) override {
@@ -36,7 +38,7 @@ public:
   }
 
   std::vector<ReportedError> errors;
-  int polls = 0;
+  int polls = 0, lastLine = -1, lastTotal = -1;
   int stopAtPoll = 0;
 };
 

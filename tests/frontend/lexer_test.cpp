@@ -367,14 +367,4 @@ TEST(LexerHelpers, StrcmpiFoldsAsciiAndMacRoman) {
     EXPECT_EQ(lexer_strcmpi(c.a, c.b), c.result) << Printable(c.a) << " vs " << Printable(c.b);
 }
 
-TEST(LexerHelpers, KeywordNumbersFollowTheTable) {
-  EXPECT_EQ(kTokenIf, 258);
-  EXPECT_EQ(kTokenMe, 305);
-  EXPECT_EQ(kTokenHashPragma, 306);
-  EXPECT_EQ(kTokenHashElseIf, 344);
-  EXPECT_EQ(kTokenIDENT, 345);
-  EXPECT_EQ(kTokenNEWLINE, 356);
-  EXPECT_EQ(kTokenCONTINUATION, 359);
-}
-
 }  // namespace
