@@ -95,6 +95,18 @@ protected:
     return identifier;
   }
 
+  // The class or method, or a test failure.
+  static ClassDeclaration* Class(ModuleDeclaration* m, char const* name) {
+    ClassDeclaration* c = m->LookupClass(name);
+    EXPECT_NE(c, nullptr) << "class " << name;
+    return c;
+  }
+  static FunctionDeclaration* Method(FunctionDeclarationListOwner* owner, char const* mangled) {
+    FunctionDeclaration* f = owner->LookupMethod(mangled);
+    EXPECT_NE(f, nullptr) << "method " << mangled;
+    return f;
+  }
+
   SrcContext* mContext = nullptr;
   RecordingDelegate mDelegate;
   bool mFailed = false;
