@@ -152,23 +152,6 @@ TEST_F(Context, InitialiserIsEvaluatedOncePerClause) {
   EXPECT_EQ(sGiven[0].addr, call->GetAddr());
 }
 
-// In a method, a Const enters the method's declaration, with its value; a
-// value that is no constant is reported and stands as 0.
-TEST_F(Context, ConstInAMethodAddsTheConstant) {
-  FunctionDeclaration* method = FunctionDeclaration::New();
-  method->Lock();
-  mContext->currentFunction = method;
-  CompileConst(Ident("limit"), SemValue::New(mContext->GetLiteral(42L), nullptr));
-  CompileConst(Ident("LIMIT"), SemValue::New(mContext->GetLiteral(1L), nullptr));
-  CompileConst(Ident("k"), SemCode::New(IRDataType(kTypeInteger), nullptr));
-  ASSERT_NE(method->LookupConstant(string("Limit")), nullptr);
-  EXPECT_EQ(method->LookupConstant(string("Limit"))->GetValue().sint32, 42);
-  EXPECT_EQ(method->LookupConstant(string("k"))->GetValue().sint32, 0);
-  EXPECT_EQ(ErrorCodes(), (std::vector<int>{NameClashesWithConstant, ConstNotConstant})) << Errors();
-  mContext->currentFunction = nullptr;
-  method->Unlock();
-}
-
 // -- The program ---------------------------------------------------------------
 
 // One line as "Opcode a b c": an integer literal by its value, a string

@@ -113,16 +113,6 @@ TEST(Colors, HueSaturationAndValueReadBackFromRgb) {
   }
 }
 
-TEST(Colors, HsvOfTheReadHueRebuildsPureHues) {
-  for (int32_t color : {0xFF0000, 0xFFFF00, 0x00FF00, 0x00FFFF, 0x0000FF, 0xFF00FF, 0xFF8000, 0x80FF00}) {
-    int32_t rebuilt = RuntimeHSV(readColorHue(color), readColorSaturation(color), readColorValue(color));
-    // Truncation may lose one step in a component, never more.
-    EXPECT_LE(std::abs(readColorRed(color) - readColorRed(rebuilt)), 1) << std::hex << color;
-    EXPECT_LE(std::abs(readColorGreen(color) - readColorGreen(rebuilt)), 1) << std::hex << color;
-    EXPECT_LE(std::abs(readColorBlue(color) - readColorBlue(rebuilt)), 1) << std::hex << color;
-  }
-}
-
 TEST(Colors, CyanMagentaAndYellowAreTheMissingParts) {
   EXPECT_DOUBLE_EQ(1.0, readColorCyan(0x00FFFF));
   EXPECT_DOUBLE_EQ(0.0, readColorCyan(0xFF0000));

@@ -1,5 +1,5 @@
 // The declaration tables on their own: method lists and overload filters,
-// class and module indices, lock counting and the access rule.
+// class and module indices, and the access rule.
 #include "tests/frontend/compile_fixture.h"
 
 namespace {
@@ -112,37 +112,6 @@ TEST_F(DeclarationTableTest, LookupsReachTheEnclosingModuleAndEveryIndexedEntry)
   EXPECT_EQ(Text(cls->GetImplementedInterface(0)), "Sized");
   EXPECT_TRUE(cls->LookupImplementedInterface("drawable"));
   EXPECT_FALSE(cls->LookupImplementedInterface("Movable"));
-}
-
-TEST_F(DeclarationTableTest, AnItemInTwoListsLivesUntilBothAreGone) {
-  ClassDeclaration* parent = ClassDeclaration::New();
-  ClassDeclaration* child = ClassDeclaration::New();
-  FunctionDeclaration* shared = NewMethod("Draw", "Draw%%", {});
-  EXPECT_EQ(shared->lockCount, 0);
-  parent->AddMethod(shared);
-  child->AddMethod(shared);
-  EXPECT_EQ(shared->lockCount, 2);
-  delete parent;
-  // The sanitizer build catches a use after free here.
-  EXPECT_EQ(shared->lockCount, 1);
-  EXPECT_EQ(child->LookupMethod("draw%%"), shared);
-  delete child;
-}
-
-TEST_F(DeclarationTableTest, UnlinkClearsTheUnlockedLinks) {
-  ModuleDeclaration* root = ModuleDeclaration::New();
-  ModuleDeclaration* inner = ModuleDeclaration::New();
-  inner->SetParent(root);
-  root->AddModule(inner);
-  ClassDeclaration* base = ClassDeclaration::New();
-  ClassDeclaration* derived = ClassDeclaration::New();
-  derived->SetParent(base);
-  root->AddClass(base);
-  inner->AddClass(derived);
-  root->Unlink();
-  EXPECT_EQ(inner->GetParent(), nullptr);
-  EXPECT_EQ(derived->GetParent(), nullptr);
-  delete root;
 }
 
 // Access from the class being compiled to a member of `owner`.
