@@ -1,5 +1,5 @@
-// Shared by the front-end tests: a compilation context for the duration of
-// a test, and a spelling of token streams that a table can hold.
+// Shared by the lexer's tests: a spelling of token streams that a table can
+// hold.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,26 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "frontend/SrcContext.h"
-#include "frontend/Lexer.h"
 #include "semantic/SemBase.h"
+#include "tests/frontend/compile_fixture.h"
 
-// Literals need a pool and the shared constants; the context is put away
-// after the test so that no later test reaches a deleted one.
-class CompilationFixture : public ::testing::Test {
-protected:
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    InitLexer(nullptr);
-    yylval = kNullSemBase;
-    delete mContext;
-    SetCurrentContext(nullptr);
-  }
-  SrcContext* mContext = nullptr;
-};
+// Literals need a pool and the shared constants.
+using CompilationFixture = CompileFixture;
 
 inline std::string Bytes(string const& s) { return std::string(s.CString(), (size_t)s.Length()); }
 

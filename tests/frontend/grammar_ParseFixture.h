@@ -11,38 +11,9 @@
 #include <vector>
 
 #include "codebuild/Placeholders.h"
-#include "diag/CompilerDelegate.h"
-#include "codebuild/Declarations.h"
-#include "codebuild/Directives.h"
-#include "codebuild/NameLookup.h"
-#include "codebuild/Statements.h"
 #include "grammar/Parser.h"
-#include "diag/CompileError.h"
-#include "frontend/SrcContext.h"
-#include "frontend/Lexer.h"
 #include "semantic/SymbolTable.h"
-
-struct ReportedError {
-  CompileErrorCode code;
-  int line;
-};
-
-class RecordingDelegate : public CompilerDelegate {
-public:
-  bool CompilerFrontendProgress(int, int) override {
-    ++polls;
-    return stopAtPoll > 0 && polls >= stopAtPoll;
-  }
-  bool CompilerError(CompileError error) override {
-    errors.push_back({error.Type(), error.Location().startLine});
-    return false;
-  }
-
-  std::vector<ReportedError> errors;
-  int polls = 0;
-  // The poll that answers "stop"; 0: never.
-  int stopAtPoll = 0;
-};
+#include "tests/frontend/compile_fixture.h"
 
 struct ParseOutcome {
   int result = -1;
@@ -59,14 +30,7 @@ struct ParseOutcome {
       if (e.code == code) return e.line;
     return -2;
   }
-  std::string Describe() const {
-    std::string text = "result " + std::to_string(result) + ", errors:";
-    for (ReportedError const& e : errors) {
-      char const* name = CompileErrorName(e.code);
-      text += std::string(" ") + (name ? name : "?") + "@" + std::to_string(e.line);
-    }
-    return text;
-  }
+  std::string Describe() const { return "result " + std::to_string(result) + ", errors:" + DescribeErrors(errors); }
 };
 
 // Describes the values that the compile routines passed around, so that a

@@ -222,34 +222,9 @@ TEST_F(CompilationFixture, EndOfTextRepeats) {
   EXPECT_EQ(total_lines(), 0);
 }
 
-TEST_F(CompilationFixture, StateCanBeSavedAndRestored) {
-  InitLexer("a(b = 1) = 2\nc");
-  EXPECT_EQ(LexNext(2), "id:a (");
-  LexerState saved = SaveLexerState();
-  EXPECT_EQ(saved.parenDepth, 1);
-  EXPECT_EQ(saved.designatorParts, 1);
-  EXPECT_EQ(LexNext(6), "id:b = int:1 ) := int:2");
-  RestoreLexerState(saved);
-  EXPECT_EQ(LexNext(8), "id:b = int:1 ) := int:2 NL id:c");
-  LexerState after = SaveLexerState();
-  EXPECT_EQ(after.lineCounter, 1);
-  EXPECT_FALSE(after.afterNewline);
-}
-
-TEST_F(CompilationFixture, UnclosedParenthesisEndsWithItsLine) {
-  InitLexer("x(1\n");
-  LexNext(4);
-  EXPECT_EQ(SaveLexerState().parenDepth, 0);
-  EXPECT_TRUE(SaveLexerState().assignPossible);
-  EXPECT_TRUE(SaveLexerState().afterNewline);
-}
-
-TEST_F(CompilationFixture, ContinuationKeepsTheAssignmentState) {
+TEST_F(CompilationFixture, ContinuationCountsItsLine) {
   InitLexer("a _\n= 2");
-  EXPECT_EQ(GetToken(), kTokenIDENT);
-  LexerState s = SaveLexerState();
-  EXPECT_TRUE(s.assignPossible);
-  EXPECT_EQ(GetToken(), kTokenASSIGN);
+  LexNext(2);
   EXPECT_EQ(current_line(), 1);
 }
 
@@ -365,16 +340,6 @@ TEST(LexerHelpers, StrcmpiFoldsAsciiAndMacRoman) {
   };
   for (auto const& c : kCases)
     EXPECT_EQ(lexer_strcmpi(c.a, c.b), c.result) << Printable(c.a) << " vs " << Printable(c.b);
-}
-
-TEST(LexerHelpers, KeywordNumbersFollowTheTable) {
-  EXPECT_EQ(kTokenIf, 258);
-  EXPECT_EQ(kTokenMe, 305);
-  EXPECT_EQ(kTokenHashPragma, 306);
-  EXPECT_EQ(kTokenHashElseIf, 344);
-  EXPECT_EQ(kTokenIDENT, 345);
-  EXPECT_EQ(kTokenNEWLINE, 356);
-  EXPECT_EQ(kTokenCONTINUATION, 359);
 }
 
 }  // namespace

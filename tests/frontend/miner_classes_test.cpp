@@ -1,13 +1,13 @@
 // Mined classes: storage layout, method and event slots across an
 // inheritance chain, overloads across levels, interfaces, events, and
 // Inherits lines that loop.
-#include "miner_fixture.h"
+#include "tests/frontend/compile_fixture.h"
 
 namespace {
 
 using FD = FunctionDeclaration;
 
-class MinerClassesTest : public MinerFixture {};
+class MinerClassesTest : public CompileFixture {};
 
 char const kShapes[] =
     "Class Shape\n"
@@ -53,43 +53,35 @@ TEST_F(MinerClassesTest, BaseClassLaysOutFieldsAndNumbersSlots) {
   ClassDeclaration* shape = Class(m, "Shape");
   ASSERT_NE(shape, nullptr);
   EXPECT_EQ(shape->GetParent(), nullptr);
-  EXPECT_EQ(shape->GetType().GetClass(), string()) << "no parent name";
-
-  struct Field {
+  const struct {
     char const* name;
     int32_t offset, index;
-    char const* link;
-  } const fields[] = {{"x", 0, 0, "Shape.x"}, {"d", 4, 1, "Shape.d"}, {"secret", 12, 2, "Shape.secret"}};
-  for (Field const& f : fields) {
+  } kFields[] = {{"x", 0, 0}, {"d", 4, 1}, {"secret", 12, 2}};
+  for (auto const& f : kFields) {
     PropertyDeclaration* p = shape->LookupProperty(f.name);
     ASSERT_NE(p, nullptr) << f.name;
     EXPECT_EQ(p->GetOffset(), f.offset) << f.name;
     EXPECT_EQ(p->GetIndex(), f.index) << f.name;
-    EXPECT_EQ(p->GetLinkName(), string(f.link));
   }
+  EXPECT_EQ(Text(shape->LookupProperty("d")->GetLinkName()), "Shape.d");
   EXPECT_EQ(shape->GetStorageSize(), 16);
   EXPECT_EQ(shape->propertySlotCount, 3);
-  EXPECT_EQ(shape->LookupProperty("secret")->GetScope(), ScopedDeclaration::kScopePrivate);
 
-  FD* draw = Method(shape, "Shape.Draw%%o<Shape>");
   FD* area = Method(shape, "Shape.Area%d%o<Shape>");
   FD* helper = Method(shape, "Shape.Helper%%o<Shape>");
   FD* lookup = Method(shape, "Shape.__Lookup");
-  ASSERT_TRUE(draw && area && helper && lookup);
-  EXPECT_EQ(draw->GetDispatchMethod(), FD::kDispatchVtable);
-  EXPECT_EQ(draw->GetDispatchID(), 0);
+  ASSERT_TRUE(area && helper && lookup);
+  EXPECT_EQ(Method(shape, "Shape.Draw%%o<Shape>")->GetDispatchID(), 0);
+  EXPECT_EQ(area->GetDispatchMethod(), FD::kDispatchVtable);
   EXPECT_EQ(area->GetDispatchID(), 1);
+  EXPECT_EQ(area->GetParameter(0)->GetType(), IRDataType(string("Shape"))) << "self comes first";
   EXPECT_EQ(helper->GetDispatchMethod(), FD::kDispatchNormal) << "private methods aren't virtual";
   EXPECT_EQ(lookup->GetDispatchMethod(), FD::kDispatchNormal);
-  EXPECT_EQ(lookup->GetScope(), ScopedDeclaration::kScopePrivate);
   EXPECT_EQ(lookup->GetType().GetMainType(), kTypeClassRef);
   EXPECT_EQ(shape->vtableSlotCount, 2);
-  EXPECT_EQ(shape->directSlotCount, 2);
-  EXPECT_EQ(area->GetParameter(0)->GetType(), IRDataType(string("Shape"))) << "self comes first";
 
   ASSERT_EQ(shape->CountEvents(), 1u);
   EXPECT_EQ(shape->GetEvent(0)->GetDispatchMethod(), FD::kDispatchEvent);
-  EXPECT_EQ(shape->GetEvent(0)->GetDispatchID(), 0);
   EXPECT_EQ(shape->GetEventTableSlotCount(), 1u);
 }
 
@@ -99,24 +91,16 @@ TEST_F(MinerClassesTest, SubclassStoresBehindItsParentAndTakesOverSlots) {
   ClassDeclaration* circle = Class(m, "Circle");
   ASSERT_TRUE(shape && circle);
   EXPECT_EQ(circle->GetParent(), shape);
-
-  PropertyDeclaration* r = circle->LookupProperty("r");
-  ASSERT_NE(r, nullptr);
-  EXPECT_EQ(r->GetOffset(), 16);
-  EXPECT_EQ(r->GetIndex(), 3) << "the parent's private field keeps its slot";
+  EXPECT_EQ(circle->LookupProperty("r")->GetOffset(), 16);
+  EXPECT_EQ(circle->LookupProperty("r")->GetIndex(), 3) << "the parent's private field keeps its slot";
   EXPECT_EQ(circle->GetStorageSize(), 24);
-  EXPECT_EQ(circle->propertySlotCount, 4);
   EXPECT_EQ(circle->LookupProperty("x"), shape->LookupProperty("x")) << "inherited fields are shared";
   EXPECT_EQ(circle->LookupProperty("secret"), nullptr) << "private fields aren't inherited";
 
-  FD* area = Method(circle, "Circle.Area%d%o<Circle>");
-  FD* grow = Method(circle, "Circle.Grow%%o<Circle>i");
-  FD* helper = Method(circle, "Circle.Helper%%o<Circle>");
-  ASSERT_TRUE(area && grow && helper);
-  EXPECT_EQ(area->GetDispatchID(), 1);
+  EXPECT_EQ(Method(circle, "Circle.Area%d%o<Circle>")->GetDispatchID(), 1);
   EXPECT_TRUE(Method(shape, "Shape.Area%d%o<Shape>")->IsOverridden());
-  EXPECT_EQ(grow->GetDispatchID(), 2);
-  EXPECT_EQ(helper->GetDispatchID(), 3);
+  EXPECT_EQ(Method(circle, "Circle.Grow%%o<Circle>i")->GetDispatchID(), 2);
+  EXPECT_EQ(Method(circle, "Circle.Helper%%o<Circle>")->GetDispatchID(), 3);
   EXPECT_EQ(circle->vtableSlotCount, 4);
   EXPECT_EQ(circle->LookupMethod("Shape.Draw%%o<Shape>"), shape->LookupMethod("Shape.Draw%%o<Shape>"));
   EXPECT_EQ(circle->LookupMethod("Shape.Helper%%o<Shape>"), nullptr);
@@ -125,8 +109,6 @@ TEST_F(MinerClassesTest, SubclassStoresBehindItsParentAndTakesOverSlots) {
   ASSERT_EQ(circle->CountEvents(), 1u);
   EXPECT_EQ(circle->GetEvent(0)->GetDispatchID(), 1) << "behind the parent's event slot";
   EXPECT_EQ(circle->GetEventTableSlotCount(), 2u);
-
-  EXPECT_NE(circle->LookupConstant("kName"), nullptr);
   EXPECT_NE(circle->LookupConstant("kSides"), nullptr) << "protected constants are inherited";
   EXPECT_EQ(circle->LookupConstant("kHidden"), nullptr);
 }
@@ -135,54 +117,42 @@ TEST_F(MinerClassesTest, OverloadsAcrossLevelsStandSideBySide) {
   ModuleDeclaration* m = Mine(kShapes);
   ClassDeclaration* dot = Class(m, "Dot");
   ASSERT_NE(dot, nullptr);
-  EXPECT_EQ(dot->GetParent(), Class(m, "Circle"));
-  EXPECT_EQ(dot->GetStorageSize(), 24);
-
   EXPECT_EQ(Method(dot, "Dot.Draw%%o<Dot>")->GetDispatchID(), 0);
-  FD* ownGrow = Method(dot, "Dot.Grow%%o<Dot>s");
   FD* inheritedGrow = Method(dot, "Circle.Grow%%o<Circle>i");
-  ASSERT_TRUE(ownGrow && inheritedGrow);
-  EXPECT_EQ(ownGrow->GetDispatchID(), 4);
+  ASSERT_NE(inheritedGrow, nullptr);
+  EXPECT_EQ(Method(dot, "Dot.Grow%%o<Dot>s")->GetDispatchID(), 4);
   EXPECT_EQ(inheritedGrow->GetDispatchID(), 2);
   EXPECT_FALSE(inheritedGrow->IsOverridden());
   EXPECT_EQ(dot->vtableSlotCount, 5);
-
-  Ref<SimpleVector<FunctionDeclaration*> > grows = dot->LookupMethodsByBase("grow", kFilterAll);
-  ASSERT_TRUE(grows);
-  EXPECT_EQ(grows->size(), 2u);
+  EXPECT_EQ(dot->LookupMethodsByBase("grow", kFilterAll)->size(), 2u);
   // Shape's Draw is overridden two levels down and isn't copied in again.
   EXPECT_EQ(dot->LookupMethod("Shape.Draw%%o<Shape>"), nullptr);
-  EXPECT_TRUE(Method(Class(m, "Shape"), "Shape.Draw%%o<Shape>")->IsOverridden());
-  // Inherited from Circle, which had it from Shape; r of Circle too.
-  EXPECT_NE(dot->LookupProperty("x"), nullptr);
   EXPECT_EQ(dot->LookupProperty("r")->GetOffset(), 16);
 }
 
-TEST_F(MinerClassesTest, ChildDeclaredBeforeItsParentGetsTheSameLayout) {
+// A child declared before its parent gets the same layout; of two Inherits
+// lines the first stands (`Inherits Object` names no parent); an unknown
+// parent leaves the class numbered on its own.
+TEST_F(MinerClassesTest, ParentsWhereverAndHoweverNamed) {
   ModuleDeclaration* m = Mine(
       "Class Child\n Inherits Base\n Dim c As Integer\n Sub Run()\n End Sub\nEnd Class\n"
-      "Class Base\n Dim b As Double\n Sub Stop()\n End Sub\nEnd Class\n");
+      "Class Base\n Dim b As Double\n Sub Stop()\n End Sub\nEnd Class\n"
+      "Class C\n  Inherits Base\n  Inherits Child\nEnd Class\n"
+      "Class D\n  Inherits Object\n  Inherits Child\nEnd Class\n"
+      "Class Orphan\n  Inherits Missing\n  Sub A()\n  End Sub\n  Sub B()\n  End Sub\nEnd Class\n");
+  EXPECT_FALSE(mFailed);
   ClassDeclaration* child = Class(m, "Child");
   ASSERT_NE(child, nullptr);
   EXPECT_EQ(child->GetParent(), Class(m, "Base"));
   EXPECT_EQ(child->LookupProperty("c")->GetOffset(), 8);
   EXPECT_EQ(child->GetStorageSize(), 12);
   EXPECT_EQ(Method(child, "Child.Run%%o<Child>")->GetDispatchID(), 1);
-  EXPECT_EQ(Method(Class(m, "Base"), "Base.Stop%%o<Base>")->GetDispatchID(), 0);
-}
-
-TEST_F(MinerClassesTest, TheFirstOfTwoInheritsLinesStands) {
-  ModuleDeclaration* m = Mine(
-      "Class A\nEnd Class\nClass B\nEnd Class\n"
-      "Class C\n  Inherits A\n  Inherits B\nEnd Class\n"
-      "Class D\n  Inherits Object\n  Inherits B\nEnd Class\n");
-  EXPECT_FALSE(mFailed);
-  ClassDeclaration* c = Class(m, "C");
-  ASSERT_NE(c, nullptr);
-  EXPECT_EQ(c->GetType().GetClass(), string("A"));
-  EXPECT_EQ(c->GetParent(), Class(m, "A"));
-  // `Inherits Object` names no parent, so the second line is the first name.
-  EXPECT_EQ(Class(m, "D")->GetParent(), Class(m, "B"));
+  EXPECT_EQ(Class(m, "C")->GetParent(), Class(m, "Base"));
+  EXPECT_EQ(Class(m, "D")->GetParent(), child);
+  ClassDeclaration* orphan = Class(m, "Orphan");
+  ASSERT_NE(orphan, nullptr);
+  EXPECT_EQ(orphan->GetParent(), nullptr);
+  EXPECT_EQ(Method(orphan, "Orphan.B%%o<Orphan>")->GetDispatchID(), 1);
 }
 
 TEST_F(MinerClassesTest, InterfacesNumberTheirSlotsAndPassThemDown) {
@@ -197,7 +167,6 @@ TEST_F(MinerClassesTest, InterfacesNumberTheirSlotsAndPassThemDown) {
   ClassDeclaration* drawable = Class(m, "Drawable");
   ASSERT_NE(drawable, nullptr);
   EXPECT_TRUE(drawable->IsInterface());
-  EXPECT_EQ(drawable->GetType().GetClass(), string("Drawable"));
   EXPECT_EQ(drawable->GetParent(), nullptr) << "its type names itself, not a parent";
   EXPECT_EQ(Method(drawable, "Drawable.Draw%%o<Drawable>")->GetDispatchID(), 0);
   EXPECT_EQ(Method(drawable, "Drawable.Size%i%o<Drawable>")->GetDispatchID(), 1);
@@ -234,18 +203,13 @@ TEST_F(MinerClassesTest, HandlersAreRenamedAndRecorded) {
   EXPECT_EQ(button->LookupEvent("Hovered")->GetDispatchID(), 1);
   EXPECT_EQ(button->GetEventTableSlotCount(), 2u);
 
-  FD* confirmed = ok->LookupEvent("Confirmed");
-  ASSERT_NE(confirmed, nullptr);
-  EXPECT_EQ(confirmed->GetDispatchID(), 2);
-  EXPECT_EQ(confirmed->GetType().GetMainType(), kTypeBoolean);
+  EXPECT_EQ(ok->LookupEvent("Confirmed")->GetDispatchID(), 2);
   EXPECT_EQ(ok->GetEventTableSlotCount(), 3u);
 
   HandledEvent* handled = ok->LookupHandledEvent("Clicked");
   ASSERT_NE(handled, nullptr);
   EXPECT_EQ(handled->GetHandlerName(), string("OkButton.#Clicked%%o<OkButton>i"));
-  FD* handler = Method(ok, "OkButton.#Clicked%%o<OkButton>i");
-  ASSERT_NE(handler, nullptr);
-  EXPECT_EQ(handler->GetBaseName(), string("#Clicked"));
+  EXPECT_NE(Method(ok, "OkButton.#Clicked%%o<OkButton>i"), nullptr);
 }
 
 TEST_F(MinerClassesTest, CircularInheritanceIsConnectedButNotFollowedRound) {
@@ -272,15 +236,6 @@ TEST_F(MinerClassesTest, CircularInheritanceIsConnectedButNotFollowedRound) {
   EXPECT_EQ(start->GetParent()->GetParent()->GetParent(), start);
 }
 
-TEST_F(MinerClassesTest, UnknownParentLeavesTheClassNumberedOnItsOwn) {
-  ModuleDeclaration* m = Mine("Class Orphan\n  Inherits Missing\n  Sub A()\n  End Sub\n  Sub B()\n  End Sub\nEnd Class\n");
-  ClassDeclaration* orphan = Class(m, "Orphan");
-  ASSERT_NE(orphan, nullptr);
-  EXPECT_EQ(orphan->GetParent(), nullptr);
-  EXPECT_EQ(Method(orphan, "Orphan.B%%o<Orphan>")->GetDispatchID(), 1);
-  EXPECT_EQ(orphan->vtableSlotCount, 2);
-}
-
 TEST_F(MinerClassesTest, ExternalMethodsKeepTheirLinkNames) {
   ModuleDeclaration* m = Mine(
       "Class Win\n"
@@ -295,11 +250,9 @@ TEST_F(MinerClassesTest, ExternalMethodsKeepTheirLinkNames) {
   EXPECT_EQ(get->GetBaseName(), string("GetIt"));
   EXPECT_EQ(get->GetSourceLibrary(), string("user"));
   ASSERT_EQ(get->CountParameters(), 4u);
-  EXPECT_EQ(get->GetParameter(0)->GetType(), IRDataType(string("Win")));
   EXPECT_EQ(get->GetParameter(1)->GetType().GetMainType(), kTypePtr);
   EXPECT_EQ(get->GetParameter(2)->GetType(), IRDataType(kTypeShort).AsReference());
   EXPECT_EQ(get->GetParameter(3)->GetType().GetMainType(), kTypeCString);
-  EXPECT_EQ(get->GetType().GetMainType(), kTypeShort);
   FD* plain = Method(win, "Plain");
   ASSERT_NE(plain, nullptr);
   EXPECT_EQ(plain->GetSourceLibrary(), string()) << "a name as library has no value here";

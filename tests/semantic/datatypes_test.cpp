@@ -1,3 +1,5 @@
+// Data types: the algebra of elements and references, equality, and what
+// the code generator asks of a type.
 #include "ir/DataTypes.h"
 
 #include <gtest/gtest.h>
@@ -8,54 +10,29 @@ namespace {
 
 IRDataType Foo() { return IRDataType(string("Foo")); }
 
-TEST(IRDataTypeAlgebra, ArrayOfClassComesBackAsTheClass) {
+// Element and reference types come back to what they were made from, and
+// the class name is found through arrays and references.
+TEST(IRDataTypeAlgebra, ElementsAndReferencesComeBack) {
   IRDataType array = Foo().AsArray(2);
-  EXPECT_EQ(array.GetMainType(), kTypeArray);
   EXPECT_EQ(array.GetElementType(), kTypeObject);
   EXPECT_EQ(array.GetDimensions(), 2);
-  IRDataType element = array.AsElement();
-  EXPECT_EQ(element.GetMainType(), kTypeObject);
-  EXPECT_EQ(element.GetDimensions(), 0);
-  EXPECT_STREQ(element.GetClass().CString(), "Foo");
-  EXPECT_TRUE(element == Foo());
-}
+  EXPECT_TRUE(array.AsElement() == Foo());
+  EXPECT_EQ(array.AsElement().GetDimensions(), 0);
+  EXPECT_STREQ(array.GetClass().CString(), "Foo");
 
-TEST(IRDataTypeAlgebra, ReferenceToPlainTypeComesBack) {
   IRDataType ref = IRDataType(kTypeInteger).AsReference();
   EXPECT_EQ(ref.GetMainType(), kTypeReference);
-  EXPECT_EQ(ref.GetElementType(), kTypeInteger);
-  EXPECT_EQ(ref.GetDimensions(), 0);
   EXPECT_TRUE(ref.AsElement() == IRDataType(kTypeInteger));
-}
+  IRDataType refToArray = IRDataType(kTypeDouble).AsArray(1).AsReference();
+  EXPECT_EQ(refToArray.GetDimensions(), 1);
+  EXPECT_EQ(refToArray.referredElementType, kTypeDouble);
+  EXPECT_TRUE(refToArray.AsElement() == IRDataType(kTypeDouble).AsArray(1));
+  EXPECT_EQ(refToArray.AsElement().AsElement().GetMainType(), kTypeDouble);
 
-TEST(IRDataTypeAlgebra, ReferenceToArrayKeepsTheArraysShape) {
-  IRDataType array = IRDataType(kTypeDouble).AsArray(1);
-  IRDataType ref = array.AsReference();
-  EXPECT_EQ(ref.GetDimensions(), 1);
-  EXPECT_EQ(ref.GetElementType(), kTypeArray);
-  EXPECT_EQ(ref.referredElementType, kTypeDouble);
-  IRDataType back = ref.AsElement();
-  EXPECT_TRUE(back == array);
-  EXPECT_EQ(back.GetElementType(), kTypeDouble);
-  EXPECT_EQ(back.AsElement().GetMainType(), kTypeDouble);
-}
-
-TEST(IRDataTypeAlgebra, PlainTypeHasNoElementButAnswersItsOwnElementType) {
-  IRDataType integer(kTypeInteger);
-  EXPECT_TRUE(integer.AsElement().Null());
-  EXPECT_EQ(integer.GetElementType(), kTypeInteger);
-  EXPECT_TRUE(IRDataType().Null());
-  EXPECT_TRUE(IRDataType().AsElement().Null());
-}
-
-TEST(IRDataTypeAlgebra, DimensionsKeepTheLowEightBits) {
-  EXPECT_EQ(IRDataType(kTypeInteger).AsArray(257).GetDimensions(), 1);
-}
-
-TEST(IRDataTypeAlgebra, ClassNameIsFoundThroughArraysAndReferences) {
-  EXPECT_STREQ(IRDataType(kTypeInteger).AsArray(1).GetClass().CString(), "");
+  EXPECT_TRUE(IRDataType(kTypeInteger).AsElement().Null());
+  EXPECT_EQ(IRDataType(kTypeInteger).GetElementType(), kTypeInteger);
+  EXPECT_EQ(IRDataType(kTypeInteger).AsArray(257).GetDimensions(), 1) << "dimensions keep eight bits";
   EXPECT_STREQ(Foo().AsReference().GetClass().CString(), "Foo");
-  EXPECT_STREQ(Foo().AsArray(1).GetClass().CString(), "Foo");
   // An array of Foo under a reference: the element word is Array, not Object.
   EXPECT_STREQ(Foo().AsArray(1).AsReference().GetClass().CString(), "");
 }
@@ -98,37 +75,6 @@ TEST(IRDataTypeEquality, Table) {
   }
 }
 
-TEST(IRDataTypeText, Table) {
-  struct Case {
-    IRDataType type;
-    char const* text;
-  } const cases[] = {
-      {IRDataType(), "Unknown Type"},
-      {IRDataType(kTypeBoolean), "Boolean"},
-      {IRDataType(kTypeInteger), "Integer"},
-      {IRDataType(kTypeInteger32), "Integer"},
-      {IRDataType(kTypeSingle), "Single"},
-      {IRDataType(kTypeDouble), "Double"},
-      {IRDataType(kTypeString), "String"},
-      {IRDataType(kTypeColor), "Color"},
-      {IRDataType(kTypeClassRef), "Unknown Type"},
-      {IRDataType(kTypeCString), "CString"},
-      {IRDataType(kTypePString), "PString"},
-      {IRDataType(kTypeWindowPtr), "Window"},
-      {IRDataType(kTypePtr), "Ptr"},
-      {IRDataType(kTypeOSType), "OSType"},
-      {IRDataType(kTypeShort), "Short"},
-      {IRDataType((SimpleDataType)3), "Unknown Type"},
-      {IRDataType(string("")), "Object"},
-      {Foo(), "Foo"},
-      {Foo().AsArray(1), "Foo()"},
-      {IRDataType(kTypeInteger).AsArray(3), "Integer()"},
-      {IRDataType(kTypeString).AsReference(), "String"},
-      {Foo().AsArray(2).AsReference(), "Foo()"},
-  };
-  for (auto const& c : cases) EXPECT_STREQ(c.type.ToString().CString(), c.text) << c.text;
-}
-
 TEST(IRDataTypeProperties, CountingFloatsAndSizes) {
   struct Case {
     IRDataType type;
@@ -153,40 +99,6 @@ TEST(IRDataTypeProperties, CountingFloatsAndSizes) {
     EXPECT_EQ(c.type.IsFloat(), c.isFloat);
     EXPECT_EQ(c.type.StorageSize(), c.size);
   }
-}
-
-IRValue Text(char const* s) {
-  IRValue v;
-  v.text = string(s);
-  return v;
-}
-
-TEST(IRValueText, Table) {
-  struct Case {
-    IRValue value;
-    IRDataType type;
-    char const* text;
-  } const cases[] = {
-      {IRValue::SInt32(1), IRDataType(kTypeBoolean), "True"},
-      {IRValue::SInt32(0), IRDataType(kTypeBoolean), "False"},
-      // Only exactly 1 spells True.
-      {IRValue::SInt32(2), IRDataType(kTypeBoolean), "False"},
-      {IRValue::SInt32(-42), IRDataType(kTypeInteger), "-42"},
-      {IRValue::Real64(2.5), IRDataType(kTypeDouble), "2.5"},
-      {IRValue::Real32(0.25f), IRDataType(kTypeSingle), "0.25"},
-      {Text("a\"b"), IRDataType(kTypeString), "\"a\"b\""},
-      {IRValue(), IRDataType(kTypeInteger).AsArray(1), "<array>"},
-      {IRValue::SInt32(7), IRDataType(kTypeInteger).AsReference(), "7->"},
-      {IRValue::SInt32(0xFF0000), IRDataType(kTypeColor), ""},
-      {IRValue::SInt32(3), IRDataType(), ""},
-  };
-  for (auto const& c : cases) EXPECT_STREQ(c.value.toString(c.type).CString(), c.text) << c.text;
-}
-
-TEST(IRValueText, SharedZeroIsAllZero) {
-  EXPECT_EQ(kIRZeroValue.sint32, 0);
-  EXPECT_EQ(kIRZeroValue.real64, 0.0);
-  EXPECT_EQ(kIRZeroValue.text.Length(), 0);
 }
 
 }  // namespace

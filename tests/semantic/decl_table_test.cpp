@@ -1,12 +1,6 @@
 // The declaration tables on their own: method lists and overload filters,
-// class and module indices, lock counting and the access rule.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "frontend/SrcContext.h"
-#include "semantic/DeclarationTable.h"
+// class and module indices, and the access rule.
+#include "tests/frontend/compile_fixture.h"
 
 namespace {
 
@@ -19,7 +13,7 @@ ParameterDeclaration* Param(char const* name, IRDataType type, int32_t designato
 }
 
 // A method with parameters of the given designators, all Integer.
-FunctionDeclaration* Method(char const* base, char const* name, std::vector<int32_t> designators) {
+FunctionDeclaration* NewMethod(char const* base, char const* name, std::vector<int32_t> designators) {
   FunctionDeclaration* f = FunctionDeclaration::New();
   f->SetBaseName(base);
   f->SetName(name);
@@ -37,29 +31,18 @@ constexpr int32_t kNone = ParameterDeclaration::kDesignatorNone;
 constexpr int32_t kAssigns = ParameterDeclaration::kDesignatorAssigns;
 constexpr int32_t kExtends = ParameterDeclaration::kDesignatorExtends;
 
-class DeclarationTableTest : public ::testing::Test {
-protected:
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    delete mContext;
-    SetCurrentContext(nullptr);
-  }
-  SrcContext* mContext = nullptr;
-};
+class DeclarationTableTest : public CompileFixture {};
 
 TEST_F(DeclarationTableTest, OverloadFiltersSelectByDesignators) {
   ClassDeclaration* cls = ClassDeclaration::New();
-  cls->AddMethod(Method("Foo", "plain", {kNone, kNone}));
-  cls->AddMethod(Method("Foo", "extends", {kExtends, kNone}));
-  cls->AddMethod(Method("Foo", "assigns", {kNone, kAssigns}));
-  cls->AddMethod(Method("Foo", "both", {kExtends, kAssigns}));
+  cls->AddMethod(NewMethod("Foo", "plain", {kNone, kNone}));
+  cls->AddMethod(NewMethod("Foo", "extends", {kExtends, kNone}));
+  cls->AddMethod(NewMethod("Foo", "assigns", {kNone, kAssigns}));
+  cls->AddMethod(NewMethod("Foo", "both", {kExtends, kAssigns}));
   // One parameter that is first and last: Assigns makes it assign only.
-  cls->AddMethod(Method("Foo", "single", {kAssigns}));
-  cls->AddMethod(Method("Foo", "none", {}));
-  cls->AddMethod(Method("Bar", "other", {}));
+  cls->AddMethod(NewMethod("Foo", "single", {kAssigns}));
+  cls->AddMethod(NewMethod("Foo", "none", {}));
+  cls->AddMethod(NewMethod("Bar", "other", {}));
 
   struct Case {
     MethodFilter filter;
@@ -76,29 +59,13 @@ TEST_F(DeclarationTableTest, OverloadFiltersSelectByDesignators) {
     ASSERT_TRUE(list) << "filter " << c.filter;
     EXPECT_EQ(Names(list), c.expected) << "filter " << c.filter;
   }
+  // An unknown base name is null, a known one that no overload passes an
+  // empty list; a mangled name is found without regard to case.
+  EXPECT_FALSE(cls->LookupMethodsByBase("Baz", kFilterAll));
+  EXPECT_EQ(cls->LookupMethodsByBase("Bar", kFilterAssigns)->size(), 0u);
+  EXPECT_EQ(cls->LookupMethod("ASSIGNS"), cls->GetMethod(2));
+  EXPECT_EQ(cls->LookupMethod("Foo"), nullptr) << "the base name is not a mangled name";
   delete cls;
-}
-
-TEST_F(DeclarationTableTest, UnknownBaseNameIsNullButNoMatchIsAnEmptyList) {
-  ClassDeclaration* cls = ClassDeclaration::New();
-  EXPECT_FALSE(cls->LookupMethodsByBase("foo", kFilterAll)) << "no method at all yet";
-  cls->AddMethod(Method("foo", "foo%%", {kNone}));
-  Ref<SimpleVector<FunctionDeclaration*> > none = cls->LookupMethodsByBase("foo", kFilterAssigns);
-  ASSERT_TRUE(none);
-  EXPECT_EQ(none->size(), 0u);
-  EXPECT_FALSE(cls->LookupMethodsByBase("bar", kFilterAll));
-  delete cls;
-}
-
-TEST_F(DeclarationTableTest, LookupMethodFindsByMangledNameIgnoringCase) {
-  ModuleDeclaration* module = ModuleDeclaration::New();
-  module->AddMethod(Method("Foo", "Foo%%i", {kNone}));
-  module->AddMethod(Method("Foo", "Foo%%s", {kNone}));
-  ASSERT_NE(module->LookupMethod("FOO%%S"), nullptr);
-  EXPECT_EQ(module->LookupMethod("foo%%s"), module->GetMethod(1));
-  EXPECT_EQ(module->LookupMethod("Foo"), nullptr) << "the base name is not a mangled name";
-  EXPECT_EQ(module->CountMethods(), 2u);
-  delete module;
 }
 
 TEST_F(DeclarationTableTest, ModuleMethodListsPutInnerModulesFirst) {
@@ -106,9 +73,9 @@ TEST_F(DeclarationTableTest, ModuleMethodListsPutInnerModulesFirst) {
   ModuleDeclaration* inner = ModuleDeclaration::New();
   inner->SetParent(outer);
   outer->AddModule(inner);
-  outer->AddMethod(Method("Foo", "outer1", {}));
-  outer->AddMethod(Method("Bar", "outerBar", {}));
-  inner->AddMethod(Method("Foo", "inner1", {}));
+  outer->AddMethod(NewMethod("Foo", "outer1", {}));
+  outer->AddMethod(NewMethod("Bar", "outerBar", {}));
+  inner->AddMethod(NewMethod("Foo", "inner1", {}));
 
   EXPECT_EQ(Names(inner->LookupMethodsByBase("foo", kFilterAll)),
             (std::vector<std::string>{"inner1", "outer1"}));
@@ -120,115 +87,31 @@ TEST_F(DeclarationTableTest, ModuleMethodListsPutInnerModulesFirst) {
   delete outer;
 }
 
-TEST_F(DeclarationTableTest, ModuleLookupsAskTheEnclosingModuleClassesDoNot) {
-  ModuleDeclaration* outer = ModuleDeclaration::New();
-  outer->SetName("Outer");
-  ModuleDeclaration* inner = ModuleDeclaration::New();
-  inner->SetName("Inner");
-  inner->SetParent(outer);
-  outer->AddModule(inner);
-
-  ConstantDeclaration* k = ConstantDeclaration::New();
-  k->SetName("kLimit");
-  outer->AddConstant(k);
-  ClassDeclaration* cls = ClassDeclaration::New();
-  cls->SetName("Shape");
-  outer->AddClass(cls);
-  PropertyDeclaration* prop = PropertyDeclaration::New();
-  prop->SetName("count");
-  outer->AddProperty(prop);
-
-  EXPECT_EQ(inner->LookupConstant("KLIMIT"), k);
-  EXPECT_EQ(inner->LookupClass("shape"), cls);
-  EXPECT_EQ(inner->LookupProperty("Count"), prop);
+// A module's lookups go on to the enclosing module; indices that start
+// small keep every entry through their growth.
+TEST_F(DeclarationTableTest, LookupsReachTheEnclosingModuleAndEveryIndexedEntry) {
+  ModuleDeclaration* root = Mine(
+      "Const kLimit = 1\nDim count As Integer\nClass Shape\n Dim a, b, c, d, e, f, g As Integer\nEnd Class\n"
+      "Module Inner\nEnd Module\n");
+  ModuleDeclaration* inner = root->LookupModule("Inner");
+  ASSERT_NE(inner, nullptr);
+  EXPECT_EQ(inner->LookupConstant("KLIMIT"), root->LookupConstant("kLimit"));
+  EXPECT_EQ(inner->LookupProperty("Count"), root->LookupProperty("count"));
   EXPECT_EQ(inner->LookupModule("inner"), inner) << "found in the enclosing module's list";
-  EXPECT_EQ(outer->LookupModule("Missing"), nullptr);
+  ClassDeclaration* cls = inner->LookupClass("shape");
+  ASSERT_NE(cls, nullptr);
+  for (char const* name : {"a", "b", "c", "d", "e", "f", "g"}) EXPECT_NE(cls->LookupProperty(name), nullptr) << name;
 
-  ClassDeclaration* parent = ClassDeclaration::New();
-  ClassDeclaration* child = ClassDeclaration::New();
-  child->SetParent(parent);
-  ConstantDeclaration* c = ConstantDeclaration::New();
-  c->SetName("c");
-  parent->AddConstant(c);
-  EXPECT_EQ(parent->LookupConstant("C"), c);
-  EXPECT_EQ(child->LookupConstant("c"), nullptr) << "a class holds copies of what it inherits";
-
-  outer->Unlink();
-  delete outer;
-  delete child;
-  delete parent;
-}
-
-TEST_F(DeclarationTableTest, ClassIndicesFindPropertiesEventsAndHandlers) {
-  ClassDeclaration* cls = ClassDeclaration::New();
-  for (char const* name : {"a", "b", "c", "d", "e", "f", "g"}) {
-    PropertyDeclaration* p = PropertyDeclaration::New();
-    p->SetName(name);
-    cls->AddProperty(p);
-  }
-  // More entries than the index starts with: growth must keep them all.
-  for (char const* name : {"a", "b", "c", "d", "e", "f", "g"}) {
-    PropertyDeclaration* found = cls->LookupProperty(string(name));
-    ASSERT_NE(found, nullptr) << name;
-    EXPECT_EQ(found->GetName(), string(name));
-  }
-  FunctionDeclaration* event = Method("Changed", "Shape.Changed%%o<Shape>", {kNone});
+  FunctionDeclaration* event = NewMethod("Changed", "Shape.Changed%%o<Shape>", {kNone});
   cls->AddEvent(event);
   EXPECT_EQ(cls->LookupEvent("changed"), event) << "events are indexed by base name";
-  EXPECT_EQ(cls->LookupEvent("Shape.Changed%%o<Shape>"), nullptr);
-
   cls->AddHandledEvent(HandledEvent::New("Changed", "Shape.#Changed%%o<Shape>"));
-  ASSERT_NE(cls->LookupHandledEvent("CHANGED"), nullptr);
-  EXPECT_EQ(cls->LookupHandledEvent("Changed")->GetHandlerName(), string("Shape.#Changed%%o<Shape>"));
-
+  EXPECT_EQ(Text(cls->LookupHandledEvent("CHANGED")->GetHandlerName()), "Shape.#Changed%%o<Shape>");
   cls->AddImplementedInterface("Drawable");
   cls->InsertImplementedInterface(0, "Sized");
-  EXPECT_EQ(cls->GetImplementedInterface(0), string("Sized"));
+  EXPECT_EQ(Text(cls->GetImplementedInterface(0)), "Sized");
   EXPECT_TRUE(cls->LookupImplementedInterface("drawable"));
   EXPECT_FALSE(cls->LookupImplementedInterface("Movable"));
-  delete cls;
-}
-
-TEST_F(DeclarationTableTest, AnItemInTwoListsLivesUntilBothAreGone) {
-  ClassDeclaration* parent = ClassDeclaration::New();
-  ClassDeclaration* child = ClassDeclaration::New();
-  FunctionDeclaration* shared = Method("Draw", "Draw%%", {});
-  EXPECT_EQ(shared->lockCount, 0);
-  parent->AddMethod(shared);
-  child->AddMethod(shared);
-  EXPECT_EQ(shared->lockCount, 2);
-  delete parent;
-  // The sanitizer build catches a use after free here.
-  EXPECT_EQ(shared->lockCount, 1);
-  EXPECT_EQ(child->LookupMethod("draw%%"), shared);
-  delete child;
-}
-
-TEST_F(DeclarationTableTest, ExternalAnswersForALibraryWithoutTheFlag) {
-  FunctionDeclaration* f = FunctionDeclaration::New();
-  EXPECT_FALSE(f->External());
-  f->SetSourceLibrary("libc");
-  EXPECT_TRUE(f->External());
-  f->SetSourceLibrary(string());
-  f->SetExternal(true);
-  EXPECT_TRUE(f->External());
-  delete f;
-}
-
-TEST_F(DeclarationTableTest, UnlinkClearsTheUnlockedLinks) {
-  ModuleDeclaration* root = ModuleDeclaration::New();
-  ModuleDeclaration* inner = ModuleDeclaration::New();
-  inner->SetParent(root);
-  root->AddModule(inner);
-  ClassDeclaration* base = ClassDeclaration::New();
-  ClassDeclaration* derived = ClassDeclaration::New();
-  derived->SetParent(base);
-  root->AddClass(base);
-  inner->AddClass(derived);
-  root->Unlink();
-  EXPECT_EQ(inner->GetParent(), nullptr);
-  EXPECT_EQ(derived->GetParent(), nullptr);
-  delete root;
 }
 
 // Access from the class being compiled to a member of `owner`.

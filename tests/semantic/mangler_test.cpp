@@ -1,16 +1,12 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "frontend/SrcContext.h"
-#include "semantic/DeclarationTable.h"
+// Mangled names: the code of each type, the worked examples built both as
+// the miner and as the grammar pass build them, and each piece alone.
 #include "semantic/NameMangler.h"
-#include "semantic/SemBase.h"
+
+#include <functional>
+
+#include "tests/frontend/compile_fixture.h"
 
 namespace {
-
-std::string Text(string const& s) { return std::string(s.CString(), (size_t)s.Length()); }
 
 IRDataType Obj(char const* name) { return IRDataType(string(name)); }
 IRDataType Plain(SimpleDataType t) { return IRDataType(t); }
@@ -20,46 +16,21 @@ TEST(ManglerTypeCode, EveryTypeAndPrefix) {
     IRDataType type;
     char const* code;
   } kCases[] = {
-      {Plain(kTypeBoolean), "b"},
-      {Plain(kTypeInteger), "i"},
-      {Plain(kTypeSingle), "f"},
-      {Plain(kTypeDouble), "d"},
-      {Plain(kTypeColor), "c"},
-      {Plain(kTypeString), "s"},
-      {Plain(kTypeClassRef), "x"},
-      {Obj("Bar"), "o<Bar>"},
-      {Obj(""), "o<Object>"},
+      {Plain(kTypeBoolean), "b"}, {Plain(kTypeInteger), "i"},   {Plain(kTypeSingle), "f"},
+      {Plain(kTypeDouble), "d"},  {Plain(kTypeColor), "c"},     {Plain(kTypeString), "s"},
+      {Plain(kTypeClassRef), "x"}, {Obj("BAR"), "o<BAR>"},      {Obj(""), "o<Object>"},
       {Plain(kTypeObject), "o<Object>"},
       // Types of external declarations, and the null type, leave no code.
-      {Plain(kTypeNull), ""},
-      {Plain(kTypeShort), ""},
-      {Plain(kTypePtr), ""},
-      {Plain(kTypeOSType), ""},
-      {Plain(kTypeCString), ""},
-      {Plain(kTypePString), ""},
-      {Plain(kTypeWindowPtr), ""},
-      {Plain(kTypeInteger32), ""},
+      {Plain(kTypeNull), ""},     {Plain(kTypeShort), ""},      {Plain(kTypePtr), ""},
+      {Plain(kTypeCString), ""},  {Plain(kTypeWindowPtr), ""},  {Plain(kTypeInteger32), ""},
       // "&" for a reference goes in front of "A" for an array; dimensions
       // are not spelled.
       {Plain(kTypeInteger).AsReference(), "&i"},
-      {Plain(kTypeInteger).AsArray(1), "Ai"},
       {Plain(kTypeInteger).AsArray(3), "Ai"},
-      {Plain(kTypeInteger).AsArray(2).AsReference(), "&Ai"},
-      {Obj("Bar").AsArray(1), "Ao<Bar>"},
-      {Obj("Bar").AsReference(), "&o<Bar>"},
       {Obj("Bar").AsArray(2).AsReference(), "&Ao<Bar>"},
       {Plain(kTypeString).AsArray(1).AsReference(), "&As"},
   };
-  for (auto const& c : kCases)
-    EXPECT_EQ(Text(TypeCode(c.type)), c.code) << Text(c.type.ToString());
-}
-
-TEST(ManglerTypeCode, ClassNameKeepsItsSpellingButComparesBlind) {
-  string upper = TypeCode(Obj("BAR"));
-  string lower = TypeCode(Obj("Bar"));
-  EXPECT_EQ(Text(upper), "o<BAR>");
-  EXPECT_TRUE(upper == lower);
-  EXPECT_NE(upper.CompareWithCase(lower), 0);
+  for (auto const& c : kCases) EXPECT_EQ(Text(TypeCode(c.type)), c.code) << Text(c.type.ToString());
 }
 
 // The worked examples, built two ways: as the miner describes a finished
@@ -145,77 +116,74 @@ TEST(ManglerExamples, FromAFinishedDeclaration) {
   }
 }
 
-TEST(ManglerPieces, ReturnTypeBeforeOrAfterTheParameters) {
-  EXPECT_EQ(Text(AddReturnTypeDescriptionToName(string("Foo"), IRDataType())), "Foo%%");
-  string params = AddParameterDescriptionToName(string("Foo"), Plain(kTypeInteger));
-  EXPECT_EQ(Text(params), "Foo%%i");
-  EXPECT_EQ(Text(AddReturnTypeDescriptionToName(params, Plain(kTypeString))), "Foo%s%i");
-  string first = AddReturnTypeDescriptionToName(string("Foo"), Plain(kTypeString));
-  EXPECT_EQ(Text(first), "Foo%s%");
-  EXPECT_EQ(Text(AddParameterDescriptionToName(first, Plain(kTypeInteger))), "Foo%s%i");
-  // A second parameter opens no second section.
-  EXPECT_EQ(Text(AddParameterDescriptionToName(params, Obj("Bar"))), "Foo%%io<Bar>");
-  // A parameter without a code still opens the section.
-  EXPECT_EQ(Text(AddParameterDescriptionToName(string("Foo"), Plain(kTypeShort))), "Foo%%");
+// Typed values as the grammar hands them to MangleFunctionName.
+Ref<SemBase> Typed(char const* name, IRDataType type) {
+  Ref<SemBase> identifier = SemIdentifier::New(string(name));
+  identifier->SetType(type);
+  return identifier;
 }
 
-TEST(ManglerPieces, LossyOnPurpose) {
-  // Short has no code, so a hand-declared Foo(a As Short) is Foo().
-  ParameterDeclaration* shortParam = ParameterDeclaration::New();
-  shortParam->SetType(Plain(kTypeShort));
-  FunctionDeclaration* withShort = FunctionDeclaration::New();
-  withShort->SetBaseName(string("Foo"));
-  withShort->AddParameter(shortParam);
-  FunctionDeclaration* without = FunctionDeclaration::New();
-  without->SetBaseName(string("Foo"));
-  EXPECT_EQ(Text(MangledMethodName(withShort)), Text(MangledMethodName(without)));
-  delete withShort;
-  delete without;
-  EXPECT_EQ(Text(AddParameterDescriptionToName(string("F"), Plain(kTypeDouble).AsArray(1))),
-            Text(AddParameterDescriptionToName(string("F"), Plain(kTypeDouble).AsArray(4))));
+Ref<SemBase> List(std::initializer_list<Ref<SemBase>> items) {
+  Ref<SemBase> list;
+  for (Ref<SemBase> const& item : items) list = ConcatList(list, item);
+  return list;
 }
 
-TEST(ManglerPieces, DesignatorsGoAfterTheLastDot) {
-  const struct {
-    char const* name;
-    char const* designator;
-    char const* expected;
-  } kCases[] = {
-      {"Bar.Size.Set", "=", "Bar.Size.=Set"},
-      {"Foo", "=", "=Foo"},
-      {"$Foo%%o<Bar>", "=", "=$Foo%%o<Bar>"},
-      {"Bar.$Foo%%o<Bar>i", "=", "Bar.=$Foo%%o<Bar>i"},
-      {"", "$", "$"},
-      // The whole name is searched, type codes included.
-      {"Foo%%o<Mod.Bar>", "=", "Foo%%o<Mod.=Bar>"},
+struct PieceCase {
+  char const* call;
+  std::function<string()> run;
+  char const* expected;
+};
+#define PIECE(expected, ...) PieceCase{#__VA_ARGS__, [] { return __VA_ARGS__; }, expected}
+
+class ManglerPieces : public CompileFixture {};
+
+TEST_F(ManglerPieces, EachPieceAlone) {
+  const PieceCase kCases[] = {
+      // The return type goes in before or after the parameters, once.
+      PIECE("Foo%%", AddReturnTypeDescriptionToName(string("Foo"), IRDataType())),
+      PIECE("Foo%s%i", AddReturnTypeDescriptionToName(AddParameterDescriptionToName(string("Foo"), Plain(kTypeInteger)),
+                                                      Plain(kTypeString))),
+      PIECE("Foo%s%i", AddParameterDescriptionToName(AddReturnTypeDescriptionToName(string("Foo"), Plain(kTypeString)),
+                                                     Plain(kTypeInteger))),
+      PIECE("Foo%%io<Bar>", AddParameterDescriptionToName(AddParameterDescriptionToName(string("Foo"), Plain(kTypeInteger)),
+                                                          Obj("Bar"))),
+      // A parameter without a code still opens the section.
+      PIECE("Foo%%", AddParameterDescriptionToName(string("Foo"), Plain(kTypeShort))),
+      // Designators go right after the last dot, whatever the dot is in.
+      PIECE("Bar.Size.=Set", AddDesignatorToName(string("Bar.Size.Set"), string("="))),
+      PIECE("=$Foo%%o<Bar>", AddDesignatorToName(string("$Foo%%o<Bar>"), string("="))),
+      PIECE("Bar.=$Foo%%o<Bar>i", AddDesignatorToName(string("Bar.$Foo%%o<Bar>i"), string("="))),
+      PIECE("Foo%%o<Mod.=Bar>", AddDesignatorToName(string("Foo%%o<Mod.Bar>"), string("="))),
+      PIECE("Bar.$Foo", AddExtendsDesignatorToName(string("Bar.Foo"))),
+      PIECE("Bar.Tmr#Click", AddEventDesignatorToName(string("Bar.Click"), string("Tmr"))),
+      PIECE("x", QualifyName(string(""), string("x"))),
+      PIECE("Mod.Bar.x", QualifyName(string("Mod"), string("Bar.x"))),
+      PIECE("~Bar", MakeDestructorBaseName(string("Bar"))),
+      PIECE("Bar:IShape", AddInterfaceToClassName(string("Bar"), string("IShape"))),
+      PIECE("", MangledMethodName(nullptr)),
+      // From the grammar's values: one parameter that is no list; a value of
+      // the null type describes nothing; markers match without case, but
+      // only as identifiers.
+      PIECE("F%%d", MangleFunctionName(string("F"), Typed("a", Plain(kTypeDouble)), Ref<SemBase>())),
+      PIECE("=F%%s", MangleFunctionName(string("F"), List({Typed("a", IRDataType()), SemIdentifier::New(string("assigns")),
+                                                            Typed("v", Plain(kTypeString))}),
+                                        Ref<SemBase>())),
+      PIECE("F", MangleFunctionName(string("F"), Ref<SemBase>(), Ref<SemBase>())),
+      PIECE("F%i%", MangleFunctionName(string("F"), Ref<SemBase>(), Typed("Integer", Plain(kTypeInteger)))),
+      PIECE("F%%s", MangleFunctionName(string("F"), SemValue::New(gContext->GetLiteral(string("ASSIGNS")), nullptr),
+                                       Ref<SemBase>())),
   };
-  for (auto const& c : kCases)
-    EXPECT_EQ(Text(AddDesignatorToName(string(c.name), string(c.designator))), c.expected)
-        << c.name;
-  EXPECT_EQ(Text(AddAssignsDesignatorToName(string("Bar.Foo"))), "Bar.=Foo");
-  EXPECT_EQ(Text(AddExtendsDesignatorToName(string("Bar.Foo"))), "Bar.$Foo");
-  EXPECT_EQ(Text(AddEventDesignatorToName(string("Bar.Click"))), "Bar.#Click");
-  EXPECT_EQ(Text(AddEventDesignatorToName(string("Bar.Click"), string("Tmr"))), "Bar.Tmr#Click");
+  for (PieceCase const& c : kCases) EXPECT_EQ(Text(c.run()), c.expected) << c.call;
 }
 
-TEST(ManglerPieces, OtherFormsOfName) {
-  EXPECT_EQ(Text(QualifyName(string(""), string("x"))), "x");
-  EXPECT_EQ(Text(QualifyName(string("Mod"), string("Bar.x"))), "Mod.Bar.x");
-  EXPECT_EQ(Text(MakeDestructorBaseName(string("Bar"))), "~Bar");
-  EXPECT_EQ(Text(AddInterfaceToClassName(string("Bar"), string("IShape"))), "Bar:IShape");
-
+// Properties, and a ParamArray, which leaves only its array's code.
+TEST(ManglerDeclarations, PropertiesAndParamArrays) {
   PropertyDeclaration* size = PropertyDeclaration::New();
   size->SetName(string("Size"));
-  size->SetType(Plain(kTypeInteger));
-  EXPECT_EQ(Text(MangledPropertyName(size)), "Size%i%");
   size->SetType(Obj("Bar").AsArray(1));
   EXPECT_EQ(Text(MangledPropertyName(size)), "Size%Ao<Bar>%");
   delete size;
-  EXPECT_EQ(Text(MangledPropertyName(nullptr)), "");
-  EXPECT_EQ(Text(MangledMethodName(nullptr)), "");
-}
-
-TEST(ManglerDeclarations, ParamArrayLeavesOnlyItsArrayCode) {
   FunctionDeclaration* method = FunctionDeclaration::New();
   method->SetBaseName(string("Sum"));
   method->SetType(Plain(kTypeInteger));
@@ -225,44 +193,6 @@ TEST(ManglerDeclarations, ParamArrayLeavesOnlyItsArrayCode) {
   method->AddParameter(values);
   EXPECT_EQ(Text(MangledMethodName(method)), "Sum%i%Ai");
   delete method;
-}
-
-class ManglerGrammar : public ::testing::Test {
-protected:
-  // Semantic values start at the lexer's line, and string literals need a
-  // pool: give them a context.
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    delete mContext;
-    SetCurrentContext(nullptr);
-  }
-  static Ref<SemBase> Typed(char const* name, IRDataType type) {
-    Ref<SemBase> identifier = SemIdentifier::New(string(name));
-    identifier->SetType(type);
-    return identifier;
-  }
-  SrcContext* mContext = nullptr;
-};
-
-TEST_F(ManglerGrammar, SingleValueNullTypesAndMarkers) {
-  // One parameter that is no list.
-  EXPECT_EQ(Text(MangleFunctionName(string("F"), Typed("a", Plain(kTypeDouble)), Ref<SemBase>())),
-            "F%%d");
-  // A value of the null type describes nothing; markers match without case.
-  Ref<SemBase> list = ConcatList(Typed("a", IRDataType()), SemIdentifier::New(string("assigns")));
-  list = ConcatList(list, Typed("v", Plain(kTypeString)));
-  EXPECT_EQ(Text(MangleFunctionName(string("F"), list, Ref<SemBase>())), "=F%%s");
-  // No parameters and no return type leave the base alone; a return type
-  // alone makes the whole form.
-  EXPECT_EQ(Text(MangleFunctionName(string("F"), Ref<SemBase>(), Ref<SemBase>())), "F");
-  EXPECT_EQ(Text(MangleFunctionName(string("F"), Ref<SemBase>(), Typed("Integer", Plain(kTypeInteger)))),
-            "F%i%");
-  // A non-identifier whose text happens to read ASSIGNS is no marker.
-  Ref<SemBase> constant = SemValue::New(mContext->GetLiteral(string("ASSIGNS")), nullptr);
-  EXPECT_EQ(Text(MangleFunctionName(string("F"), constant, Ref<SemBase>())), "F%%s");
 }
 
 }  // namespace
