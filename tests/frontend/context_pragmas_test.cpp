@@ -128,7 +128,7 @@ TEST(ContextPragmaTable, EveryWordByItsNumber) {
   }
   pragmas found = kPragmaReset;
   EXPECT_FALSE(table->GetEntry(string("Bounds"), found));
-  EXPECT_EQ(table->count, (unsigned long)kPragmaCount);
+  EXPECT_EQ(table->Count(), (unsigned long)kPragmaCount);
   EXPECT_EQ(PragmaTable(), table);  // one table for the process
   gContext = nullptr;
 }
