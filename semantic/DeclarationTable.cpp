@@ -264,12 +264,14 @@ ClassDeclaration* ModuleDeclaration::LookupClass(string name) const {
 
 void ModuleDeclaration::AddModule(ModuleDeclaration* m) {
   m->Lock();
+  // Of two modules of one name, lookups find the first.
+  if (!moduleIndex.HasEntry(m->GetName())) moduleIndex.AddEntry(m->GetName(), (int)modules.size());
   modules.push_back(m);
 }
 
 ModuleDeclaration* ModuleDeclaration::LookupModule(string name) const {
   for (ModuleDeclaration const* m = this; m; m = m->parent) {
-    if (ModuleDeclaration* found = LookupLinear(m->modules, name)) return found;
+    if (ModuleDeclaration* found = LookupIndexed(m->modules, m->moduleIndex, name)) return found;
   }
   return nullptr;
 }

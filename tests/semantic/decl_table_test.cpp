@@ -143,6 +143,10 @@ TEST_F(DeclarationTableTest, ModuleLookupsAskTheEnclosingModuleClassesDoNot) {
   EXPECT_EQ(inner->LookupProperty("Count"), prop);
   EXPECT_EQ(inner->LookupModule("inner"), inner) << "found in the enclosing module's list";
   EXPECT_EQ(outer->LookupModule("Missing"), nullptr);
+  ModuleDeclaration* twin = ModuleDeclaration::New();
+  twin->SetName("INNER");
+  outer->AddModule(twin);
+  EXPECT_EQ(outer->LookupModule("Inner"), inner) << "of two modules of one name, the first";
 
   ClassDeclaration* parent = ClassDeclaration::New();
   ClassDeclaration* child = ClassDeclaration::New();
