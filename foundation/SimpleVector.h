@@ -4,14 +4,16 @@
 // - `data` is null or came from array new with `capacity` elements, all of
 //   them constructed (value-initialised, so slots past `count` of a vector
 //   of ints or pointers read as 0); the first `count` are in use.
-// - `count <= capacity`, except briefly inside the non-const operator[],
-//   whose caller must have reserved the room with resize.
-// - No index is checked and nothing is thrown: an index out of range and
-//   pop_back on an empty vector are the caller's fault.
+// - `count <= capacity`. Only push_back, insert and resize change how many
+//   elements are in use; indexing never does.
+// - An index at or past `count`, and pop_back or peek_back on an empty
+//   vector, are the caller's fault: KV_ASSERT catches them in check builds,
+//   and nothing is thrown.
 // - Elements move by assignment, so `string` and `Ref` elements keep their
 //   counts right across growth, insertion and deletion.
 #pragma once
 
+#include "foundation/KvAssert.h"
 #include "foundation/String.h"
 
 template <class T>
@@ -37,32 +39,50 @@ public:
 
   unsigned long size() const { return count; }
 
-  // Touching an element at or past the end makes it the last one in use;
-  // this is how callers fill a vector they reserved with resize.
   T& operator[](unsigned long i) {
-    if (i >= count) count = i + 1;
+    KV_ASSERT(i < count);
     return data[i];
   }
-  T const& operator[](unsigned long i) const { return data[i]; }
-
-  void push_back(T const& x) {
-    Grow();
-    data[count++] = x;
+  T const& operator[](unsigned long i) const {
+    KV_ASSERT(i < count);
+    return data[i];
   }
 
+  // `x` may be an element of this vector: it is copied before growing
+  // frees the array it lives in.
+  void push_back(T const& x) {
+    if (count < capacity) {
+      data[count++] = x;
+      return;
+    }
+    T copy = x;
+    Grow();
+    data[count++] = copy;
+  }
+
+  // Before position `at` (0 to count); `x` may be an element of this vector.
   void insert(T const& x, unsigned long at) {
+    KV_ASSERT(at <= count);
+    T copy = x;
     Grow();
     for (unsigned long i = count; i > at; --i) data[i] = data[i - 1];
-    data[at] = x;
+    data[at] = copy;
     ++count;
   }
 
   // The popped slot is not reset: its element lives on until overwritten
   // or until the array goes.
-  T pop_back() { return data[--count]; }
-  T peek_back() const { return data[count - 1]; }
+  T pop_back() {
+    KV_ASSERT(count > 0);
+    return data[--count];
+  }
+  T peek_back() const {
+    KV_ASSERT(count > 0);
+    return data[count - 1];
+  }
 
   void deleteIdx(unsigned long i) {
+    KV_ASSERT(i < count);
     for (unsigned long j = i + 1; j < count; ++j) data[j - 1] = data[j];
     --count;
     unsigned long freeSlots = capacity - count;

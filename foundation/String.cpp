@@ -9,7 +9,7 @@ wchar_t const kNullWString[1] = {0};
 
 // Targets of pointers handed out for the empty string: the read-only view and
 // MutableChar's private byte, which a caller may scribble on harmlessly.
-static char sNullChar;
+static char const sNullChar = 0;
 static char sScratchChar;
 
 void InitializeStringCriticalSection() {}
@@ -159,11 +159,11 @@ void string::SetEncoding(unsigned long encoding) {
     mStorage->mEncoding = (uint32_t)encoding;
 }
 
-char* string::operator[](int index) const {
+char const* string::operator[](int index) const {
   return mStorage ? mStorage->mBuffer + 1 + index : &sNullChar;
 }
 
-char* string::operator[](long index) const {
+char const* string::operator[](long index) const {
   return mStorage ? mStorage->mBuffer + 1 + index : &sNullChar;
 }
 
@@ -211,8 +211,9 @@ static string Joined(string const& a, char const* b, long lengthB, unsigned long
   string result;
   result.ConstructFromBuffer(nullptr, (int)(lengthA + lengthB));
   if (result.Storage()) {
-    std::memcpy(result[0], a.CString(), lengthA);
-    std::memcpy(result[(long)lengthA], b, lengthB);
+    // The record is new and ours alone: MutableChar copies nothing.
+    std::memcpy(result.MutableChar(0), a.CString(), lengthA);
+    std::memcpy(result.MutableChar((int)lengthA), b, lengthB);
     result.SetEncoding(encoding);
   }
   return result;

@@ -88,16 +88,14 @@ public:
   char const* CString() const { return mStorage ? mStorage->mBuffer + 1 : ""; }
   unsigned char const* PString() const;
   wchar_t const* WString() const;
-  operator char*() const { return const_cast<char*>(CString()); }
-  operator unsigned char*() const { return const_cast<unsigned char*>(PString()); }
-  operator wchar_t*() const { return const_cast<wchar_t*>(WString()); }
   unsigned long Encoding() const { return mStorage ? mStorage->mEncoding : kEncodingASCII; }
   void SetEncoding(unsigned long encoding);
 
-  // Pointers into the text, without bounds checks.
-  char* operator[](int index) const;
-  char* operator[](long index) const;
-  // A writable byte: unshares a shared record first.
+  // Read-only pointers into the text, without bounds checks.
+  char const* operator[](int index) const;
+  char const* operator[](long index) const;
+  // A writable byte: unshares a shared record first, so no other string
+  // sees the change.
   char* MutableChar(int index);
 
   // Share this string's storage; no conversion is made whatever the tag.

@@ -2,14 +2,24 @@
 //
 // Invariants:
 // - Every entry sits in exactly one bin chain and once in the insertion
-//   list (first .. last, through orderNext). Iterators walk the insertion
-//   list, which is what makes the order of generated items stable; Iterate
-//   walks the bins, which is cheaper and in no useful order.
-// - StringMap keys match as the language's names do: without regard to case.
-//   The hash folds only a to z, so it agrees with the match for ASCII names.
-//   A key that matches an existing one replaces its value and leaves the
-//   first spelling of the key in place.
-// - The bins stay unallocated until the first AddEntry, and only ever grow.
+//   list (first to last through orderNext, back through orderPrev).
+//   Iterators and Iterate walk the insertion list: a map gives its entries
+//   back in the order they came, whatever the hash, and that keeps the order
+//   of generated items stable.
+// - Keys are hashed under the process's secret key (KeyedHash.h), so no
+//   script can crowd its names or literals into one bin. Each entry keeps
+//   its hash: growing never hashes a key again, and keys are compared only
+//   when their hashes are equal.
+// - The bins are a power of two in number. None exist until the first
+//   AddEntry; then there are kFirstBins, doubled whenever the entries would
+//   pass three quarters of the bins, so every operation does O(1) expected
+//   work however large the map.
+// - StringMap keys match as the language's names do, through string's
+//   operator==, which ignores case by upperMap; the hash folds by the same
+//   table, so keys that match hash alike. (Texts that match only once one is
+//   converted to the other's 8-bit encoding may not: the compiler's keys
+//   are ASCII or come in the source's one encoding.) A key that matches an
+//   existing one replaces its value and leaves the first spelling in place.
 // - Every live iterator is on its map's chain, so deleting an entry can move
 //   the iterators that stand on it. A map deletes the iterators still chained
 //   when it dies: a stack iterator must die before its map.
@@ -17,10 +27,93 @@
 //   deleted with them.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 
+#include "foundation/KeyedHash.h"
 #include "foundation/KvAssert.h"
 #include "foundation/String.h"
+
+// The bins and the insertion list behind each map, over entries that carry
+// binNext, orderNext, orderPrev and hash. The table owns its entries.
+template <class Entry>
+class HashChains {
+public:
+  HashChains() = default;
+  HashChains(HashChains const&) = delete;
+  HashChains& operator=(HashChains const&) = delete;
+
+  ~HashChains() {
+    for (Entry* e = mFirst; e;) {
+      Entry* following = e->orderNext;
+      delete e;
+      e = following;
+    }
+    delete[] mBins;
+  }
+
+  unsigned long Count() const { return mCount; }
+  Entry* First() const { return mFirst; }
+
+  // The entry of `hash` that `match` accepts, or null.
+  template <class Match>
+  Entry* Find(uint32_t hash, Match const& match) const {
+    if (!mBins) return nullptr;
+    for (Entry* e = mBins[hash & mMask]; e; e = e->binNext) {
+      if (e->hash == hash && match(*e)) return e;
+    }
+    return nullptr;
+  }
+
+  // Takes `e`, its hash set, and puts it last in order.
+  void Append(Entry* e) {
+    if (!mBins || mCount + 1 > (mMask + 1) / 4 * 3) Grow();
+    Chain(e);
+    e->orderPrev = mLast;
+    e->orderNext = nullptr;
+    if (mLast) mLast->orderNext = e; else mFirst = e;
+    mLast = e;
+    ++mCount;
+  }
+
+  // Unlinks `e`, an entry of this table, and deletes it.
+  void Remove(Entry* e) {
+    Entry** link = &mBins[e->hash & mMask];
+    while (*link && *link != e) link = &(*link)->binNext;
+    KV_ASSERT(*link == e);
+    *link = e->binNext;
+    if (e->orderPrev) e->orderPrev->orderNext = e->orderNext; else mFirst = e->orderNext;
+    if (e->orderNext) e->orderNext->orderPrev = e->orderPrev; else mLast = e->orderPrev;
+    --mCount;
+    delete e;
+  }
+
+private:
+  // Eight bins hold six entries: most maps (a class's events, a module's
+  // constants) never grow past that.
+  static constexpr uint32_t kFirstBins = 8;
+
+  void Chain(Entry* e) {
+    Entry*& head = mBins[e->hash & mMask];
+    e->binNext = head;
+    head = e;
+  }
+
+  void Grow() {
+    uint32_t bins = mBins ? (mMask + 1) * 2 : kFirstBins;
+    delete[] mBins;
+    mBins = new Entry*[bins]();
+    mMask = bins - 1;
+    for (Entry* e = mFirst; e; e = e->orderNext) Chain(e);
+  }
+
+  Entry** mBins = nullptr;
+  // The bin count less one: the bin of a hash is its low bits.
+  uint32_t mMask = 0;
+  unsigned long mCount = 0;
+  Entry* mFirst = nullptr;
+  Entry* mLast = nullptr;
+};
 
 template <class V> class StringMapIterator;
 
@@ -28,6 +121,8 @@ template <class V>
 struct StringMapEntry {
   StringMapEntry* binNext;
   StringMapEntry* orderNext;
+  StringMapEntry* orderPrev;
+  uint32_t hash;
   string key;
   V value;
 };
@@ -35,39 +130,27 @@ struct StringMapEntry {
 template <class V>
 class StringMap {
 public:
-  StringMap() { Initialize(256); }
+  StringMap() = default;
   StringMap(StringMap const&) = delete;
   StringMap& operator=(StringMap const&) = delete;
 
   virtual ~StringMap() {
-    // Each iterator unchains itself as it goes.
+    // Each iterator unchains itself as it goes; the entries go with mEntries.
     while (iterators) delete iterators;
-    for (StringMapEntry<V>* e = first; e;) {
-      StringMapEntry<V>* following = e->orderNext;
-      delete e;
-      e = following;
-    }
-    delete[] bins;
   }
 
-  virtual unsigned long hashString(string const& key) const { return HashBytes(key, true); }
+  virtual unsigned long hashString(string const& key) const {
+    return KeyedHashFoldingCase(key.CString(), key.Length());
+  }
   virtual bool StringsMatch(string const& a, string const& b) const { return a == b; }
 
   void AddEntry(string const& key, V value) {
-    if (!bins) AllocateBins();
-    unsigned int bin = hashString(key) % binCount;
-    for (StringMapEntry<V>* e = bins[bin]; e; e = e->binNext) {
-      if (StringsMatch(e->key, key)) {
-        e->value = value;
-        return;
-      }
+    uint32_t hash = (uint32_t)hashString(key);
+    if (StringMapEntry<V>* e = Find(key, hash)) {
+      e->value = value;
+      return;
     }
-    StringMapEntry<V>* e = new StringMapEntry<V>{bins[bin], nullptr, key, value};
-    bins[bin] = e;
-    if (last) last->orderNext = e; else first = e;
-    last = e;
-    ++count;
-    if (count > binCount * 3 / 4) ResizeBinArray(binCount * 2);
+    mEntries.Append(new StringMapEntry<V>{nullptr, nullptr, nullptr, hash, key, value});
   }
 
   bool HasEntry(string const& key) const { return Find(key) != nullptr; }
@@ -80,105 +163,35 @@ public:
   }
 
   void DeleteEntry(string const& key) {
-    if (!bins) return;
-    StringMapEntry<V>* doomed = UnlinkFromBin(key);
+    StringMapEntry<V>* doomed = Find(key);
     if (!doomed) return;
     MoveIteratorsOff(doomed);
-    StringMapEntry<V>* before = nullptr;
-    for (StringMapEntry<V>* e = first; e; before = e, e = e->orderNext) {
-      if (e != doomed) continue;
-      if (before) before->orderNext = e->orderNext; else first = e->orderNext;
-      if (last == e) last = before;
-      delete e;
-      --count;
-      return;
-    }
-    KV_ASSERT(!"entry of a bin missing from the insertion list");
+    mEntries.Remove(doomed);
   }
+
+  unsigned long Count() const { return mEntries.Count(); }
 
   // The caller deletes the iterator, or the map does when it dies first.
   StringMapIterator<V>* NewIterator() { return new StringMapIterator<V>(this); }
 
-  // Calls back bin by bin; stops at the first callback that returns false and
-  // returns false. A map that never had an entry returns true at once.
+  // Calls back in insertion order; stops at the first callback that returns
+  // false and returns false.
   bool Iterate(bool (*callback)(string key, V value, long context), long context) {
-    if (!bins) return true;
-    for (unsigned int i = 0; i < binCount; ++i) {
-      for (StringMapEntry<V>* e = bins[i]; e; e = e->binNext) {
-        if (!callback(e->key, e->value, context)) return false;
-      }
+    for (StringMapEntry<V>* e = mEntries.First(); e; e = e->orderNext) {
+      if (!callback(e->key, e->value, context)) return false;
     }
     return true;
   }
 
-  unsigned int binCount;
-  unsigned int count;
-  StringMapEntry<V>** bins;
-  StringMapEntry<V>* first;
-  StringMapEntry<V>* last;
-  StringMapIterator<V>* iterators;
-
-protected:
-  // Bytes are taken as signed chars, as the hash has always been computed.
-  static unsigned long HashBytes(string const& key, bool foldCase) {
-    uint32_t hash = 0;
-    char const* bytes = key.CString();
-    for (long i = 0, n = key.Length(); i < n; ++i) {
-      int c = (signed char)bytes[i];
-      if (foldCase && c >= 'a' && c <= 'z') c -= 32;
-      hash = hash * 31 + (uint32_t)c;
-    }
-    return hash;
-  }
+  StringMapIterator<V>* iterators = nullptr;
 
 private:
   friend class StringMapIterator<V>;
 
-  void Initialize(unsigned int n) {
-    binCount = n;
-    count = 0;
-    bins = nullptr;
-    first = last = nullptr;
-    iterators = nullptr;
-  }
+  StringMapEntry<V>* Find(string const& key) const { return Find(key, (uint32_t)hashString(key)); }
 
-  void AllocateBins() {
-    bins = new StringMapEntry<V>*[binCount];
-    for (unsigned int i = 0; i < binCount; ++i) bins[i] = nullptr;
-  }
-
-  // Re-entering in insertion order keeps each chain's head the newest entry,
-  // as it was before.
-  void ResizeBinArray(unsigned int n) {
-    if (n == binCount) return;
-    delete[] bins;
-    binCount = n;
-    AllocateBins();
-    for (StringMapEntry<V>* e = first; e; e = e->orderNext) {
-      unsigned int bin = hashString(e->key) % binCount;
-      e->binNext = bins[bin];
-      bins[bin] = e;
-    }
-  }
-
-  StringMapEntry<V>* Find(string const& key) const {
-    if (!bins) return nullptr;
-    for (StringMapEntry<V>* e = bins[hashString(key) % binCount]; e; e = e->binNext) {
-      if (StringsMatch(e->key, key)) return e;
-    }
-    return nullptr;
-  }
-
-  StringMapEntry<V>* UnlinkFromBin(string const& key) {
-    StringMapEntry<V>** link = &bins[hashString(key) % binCount];
-    for (; *link; link = &(*link)->binNext) {
-      StringMapEntry<V>* e = *link;
-      if (StringsMatch(e->key, key)) {
-        *link = e->binNext;
-        return e;
-      }
-    }
-    return nullptr;
+  StringMapEntry<V>* Find(string const& key, uint32_t hash) const {
+    return mEntries.Find(hash, [&](StringMapEntry<V> const& e) { return StringsMatch(e.key, key); });
   }
 
   // An iterator standing on the entry goes to the one that followed it, and
@@ -191,13 +204,16 @@ private:
       it->started = false;
     }
   }
+
+  HashChains<StringMapEntry<V>> mEntries;
 };
 
 template <class V>
 class StringMapIterator {
 public:
   explicit StringMapIterator(StringMap<V>* owner)
-      : map(owner), started(false), current(owner->first), nextIterator(owner->iterators) {
+      : map(owner), started(false), current(owner->mEntries.First()),
+        nextIterator(owner->iterators) {
     owner->iterators = this;
   }
   StringMapIterator(StringMapIterator const&) = delete;
@@ -256,7 +272,7 @@ template <class V>
 class StringMapCase : public StringMap<V> {
 public:
   unsigned long hashString(string const& key) const override {
-    return StringMap<V>::HashBytes(key, false);
+    return KeyedHash(key.CString(), key.Length());
   }
 
   bool StringsMatch(string const& a, string const& b) const override {
@@ -273,61 +289,43 @@ template <class V>
 struct IntMapEntry {
   IntMapEntry* binNext;
   IntMapEntry* orderNext;
+  IntMapEntry* orderPrev;
+  uint32_t hash;
   int key;
   V value;
 };
 
-// A fixed table of 1024 bins; the order list is kept for the destructor.
 template <class V>
 class IntMap {
 public:
-  static constexpr int kBinCount = 1024;
-
-  IntMap() : first(nullptr), last(nullptr) {
-    for (int i = 0; i < kBinCount; ++i) bins[i] = nullptr;
-  }
+  IntMap() = default;
   IntMap(IntMap const&) = delete;
   IntMap& operator=(IntMap const&) = delete;
 
-  virtual ~IntMap() {
-    for (IntMapEntry<V>* e = first; e;) {
-      IntMapEntry<V>* following = e->orderNext;
-      delete e;
-      e = following;
-    }
-  }
-
   void AddEntry(int key, V value) {
-    unsigned int bin = BinOf(key);
-    for (IntMapEntry<V>* e = bins[bin]; e; e = e->binNext) {
-      if (e->key == key) {
-        e->value = value;
-        return;
-      }
+    uint32_t hash = KeyedHash((uint32_t)key);
+    if (IntMapEntry<V>* e = Find(key, hash)) {
+      e->value = value;
+      return;
     }
-    IntMapEntry<V>* e = new IntMapEntry<V>{bins[bin], nullptr, key, value};
-    bins[bin] = e;
-    if (last) last->orderNext = e; else first = e;
-    last = e;
+    mEntries.Append(new IntMapEntry<V>{nullptr, nullptr, nullptr, hash, key, value});
   }
 
   bool GetEntry(int key, V& out) const {
-    for (IntMapEntry<V>* e = bins[BinOf(key)]; e; e = e->binNext) {
-      if (e->key == key) {
-        out = e->value;
-        return true;
-      }
-    }
-    return false;
+    IntMapEntry<V>* e = Find(key, KeyedHash((uint32_t)key));
+    if (!e) return false;
+    out = e->value;
+    return true;
   }
 
-  IntMapEntry<V>* bins[kBinCount];
-  IntMapEntry<V>* first;
-  IntMapEntry<V>* last;
+  unsigned long Count() const { return mEntries.Count(); }
 
 private:
-  // Multiplied in unsigned arithmetic: same low bits, no signed overflow.
-  static unsigned int BinOf(int key) { return ((unsigned int)key * 13u) & 0x3FF; }
+  IntMapEntry<V>* Find(int key, uint32_t hash) const {
+    return mEntries.Find(hash, [key](IntMapEntry<V> const& e) { return e.key == key; });
+  }
+
+  HashChains<IntMapEntry<V>> mEntries;
 };
 
 // A template-free wrapper over StringMap<unsigned long>. Every entry accepts

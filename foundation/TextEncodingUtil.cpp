@@ -144,7 +144,7 @@ stringStorage* ConvertTextUnix(stringStorage* s, unsigned long from, unsigned lo
   }
   char* in = const_cast<char*>(source.CString());
   size_t inLeft = (size_t)inLength;
-  char* outStart = out[0];
+  char* outStart = out.MutableChar(0);
   char* outPtr = outStart;
   size_t outLeft = (size_t)capacity;
   while (inLeft > 0) {

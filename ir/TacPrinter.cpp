@@ -66,11 +66,21 @@ string TacLineText(TacLine const& line) {
 }
 
 string ListTacBlock(TacBlock const& block) {
-  string listing;
+  // Lines are joined in pairs, round by round: each byte is copied about
+  // log2(lines) times, where appending line by line would copy the whole
+  // listing so far for every line.
+  SimpleVector<string> pieces;
   TacBlockIterator it(&block);
   while (it.Next()) {
-    listing += TacLineText(*it.Value());
-    listing += "\n";
+    string line = TacLineText(*it.Value());
+    line += "\n";
+    pieces.push_back(line);
   }
-  return listing;
+  while (pieces.size() > 1) {
+    unsigned long joined = 0;
+    for (unsigned long i = 0; i < pieces.size(); i += 2)
+      pieces[joined++] = i + 1 < pieces.size() ? pieces[i] + pieces[i + 1] : pieces[i];
+    pieces.resize(joined);
+  }
+  return pieces.size() ? pieces[0] : string();
 }

@@ -5,10 +5,6 @@
 
 namespace {
 
-// The indices start small: most classes have a handful of properties and
-// events, and a map only grows.
-constexpr unsigned int kSmallIndexBins = 4;
-
 template <class T>
 void UnlockAll(SimpleVector<T*>& items) {
   for (unsigned long i = 0; i < items.size(); ++i) items[i]->Unlock();
@@ -156,10 +152,7 @@ HandledEvent* HandledEvent::New(string eventName, string handlerName) {
 // ---------------------------------------------------------------------------
 // Classes
 
-ClassDeclaration::ClassDeclaration() {
-  propertyIndex.binCount = kSmallIndexBins;
-  eventIndex.binCount = kSmallIndexBins;
-}
+ClassDeclaration::ClassDeclaration() = default;
 
 ClassDeclaration::~ClassDeclaration() {
   UnlockAll(properties);
@@ -215,10 +208,7 @@ ConstantDeclaration* ClassDeclaration::LookupConstant(string name) const {
 // ---------------------------------------------------------------------------
 // Modules
 
-ModuleDeclaration::ModuleDeclaration() {
-  constantIndex.binCount = kSmallIndexBins;
-  propertyIndex.binCount = kSmallIndexBins;
-}
+ModuleDeclaration::ModuleDeclaration() = default;
 
 ModuleDeclaration::~ModuleDeclaration() {
   UnlockAll(properties);
@@ -274,12 +264,14 @@ ClassDeclaration* ModuleDeclaration::LookupClass(string name) const {
 
 void ModuleDeclaration::AddModule(ModuleDeclaration* m) {
   m->Lock();
+  // Of two modules of one name, lookups find the first.
+  if (!moduleIndex.HasEntry(m->GetName())) moduleIndex.AddEntry(m->GetName(), (int)modules.size());
   modules.push_back(m);
 }
 
 ModuleDeclaration* ModuleDeclaration::LookupModule(string name) const {
   for (ModuleDeclaration const* m = this; m; m = m->parent) {
-    if (ModuleDeclaration* found = LookupLinear(m->modules, name)) return found;
+    if (ModuleDeclaration* found = LookupIndexed(m->modules, m->moduleIndex, name)) return found;
   }
   return nullptr;
 }

@@ -375,6 +375,7 @@ public:
   StringMap<int> classIndex;
   StringMap<int> constantIndex;
   StringMap<int> propertyIndex;
+  StringMap<int> moduleIndex;
 };
 
 // May the code being compiled touch a member of `owner` declared with

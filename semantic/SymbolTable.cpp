@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "foundation/KeyedHash.h"
 #include "foundation/KvAssert.h"
 #include "semantic/NameScope.h"
 #include "semantic/NameMangler.h"
@@ -142,14 +143,7 @@ void SymbolTable::AddToIndex(SymbolID const& symbol) {
 }
 
 uint32_t SymbolTable::hashString(string const& s) {
-  uint32_t hash = 0;
-  unsigned char const* bytes = (unsigned char const*)s.CString();
-  for (long i = 0, n = s.Length(); i < n; ++i) {
-    unsigned char byte = bytes[i];
-    if (byte >= 'a' && byte <= 'z') byte -= 0x20;
-    hash = hash * 31 + (uint32_t)(int32_t)(int8_t)byte;
-  }
-  return hash;
+  return KeyedHashFoldingCase(s.CString(), s.Length());
 }
 
 void SymbolTable::Hibernate() {

@@ -16,7 +16,9 @@
 //   table has no index: it keeps its symbols for the back end but is neither
 //   searched nor stored into.
 // - Names compare without regard to case, as string's operator== does, and
-//   the hash folds ASCII case to match. The name keeps its declared spelling.
+//   the hash folds case by the same table to match; it is keyed (KeyedHash.h),
+//   so no script can crowd its names into one probe run. The name keeps its
+//   declared spelling.
 #pragma once
 
 #include <cstdint>
@@ -75,7 +77,6 @@ public:
   bool Contains(SymbolID symbol) const;
   void ResizeIndex(int newSize);
   void AddToIndex(SymbolID const& symbol);
-  // Folds ASCII lower case to upper; each byte counts as signed.
   static uint32_t hashString(string const& s);
   // Frees the index: the state of a closed scope.
   void Hibernate();

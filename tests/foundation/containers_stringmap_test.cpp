@@ -15,180 +15,138 @@ std::vector<std::string> KeysInOrder(StringMap<V>& map) {
   return keys;
 }
 
-std::string KeyName(int i) { return "key" + std::to_string(i); }
+// The bits of i spelt with one of two pairs per bit: "Aa"/"BB" and "B0"/"AO"
+// are pairs that a multiply-by-31 hash cannot tell apart.
+std::string PairSpelling(int i, char const* zero, char const* one) {
+  std::string out;
+  for (int bit = 11; bit >= 0; --bit) out += (i >> bit) & 1 ? one : zero;
+  return out;
+}
 
-TEST(ContainersStringMap, HashValues) {
-  StringMap<int> folding;
-  StringMapCase<int> exact;
+// Thousands of keys, in families that once all shared a bin, through many
+// doublings: each is found with its own value, and the iterator gives them
+// back in the order they went in.
+TEST(ContainersStringMap, ManyKeysFoundInInsertionOrder) {
   struct {
-    char const* key;
-    unsigned long folded, cased;
-  } const kCases[] = {
-      {"", 0, 0},
-      {"A", 65, 65},
-      {"a", 65, 97},
-      {"ab", 65 * 31 + 66, 97 * 31 + 98},
-      {"1R", 49 * 31 + 82, 49 * 31 + 82},
-      // Bytes are signed: 0xC0 counts as -64.
-      {"\xC0", 0xFFFFFFC0ul, 0xFFFFFFC0ul},
-      {"\xC0z", 0xFFFFFFC0ul * 31 + 90, 0xFFFFFFC0ul * 31 + 122},
-      // Only a to z fold; '{' and '@' are left alone.
-      {"{@", 123 * 31 + 64, 123 * 31 + 64},
-  };
-  for (auto const& c : kCases) {
-    SCOPED_TRACE(c.key);
-    EXPECT_EQ(folding.hashString(c.key), c.folded & 0xFFFFFFFFul);
-    EXPECT_EQ(exact.hashString(c.key), c.cased & 0xFFFFFFFFul);
+    char const* zero;
+    char const* one;
+  } const kFamilies[] = {{"Aa", "BB"}, {"B0", "AO"}, {"x", "y"}};
+  for (auto const& f : kFamilies) {
+    SCOPED_TRACE(f.zero);
+    StringMap<int> folding;
+    StringMapCase<int> exact;
+    std::vector<std::string> keys;
+    for (int i = 0; i < 4096; ++i) {
+      keys.push_back(PairSpelling(4095 - i, f.zero, f.one));
+      folding.AddEntry(keys.back().c_str(), i);
+      exact.AddEntry(keys.back().c_str(), i);
+    }
+    EXPECT_EQ(folding.Count(), 4096u);
+    EXPECT_EQ(exact.Count(), 4096u);
+    EXPECT_EQ(KeysInOrder(folding), keys);
+    EXPECT_EQ(KeysInOrder(exact), keys);
+    for (int i = 0; i < 4096; ++i) {
+      int a = -1, b = -1;
+      ASSERT_TRUE(folding.GetEntry(keys[i].c_str(), a)) << keys[i];
+      ASSERT_TRUE(exact.GetEntry(keys[i].c_str(), b)) << keys[i];
+      EXPECT_EQ(a, i);
+      EXPECT_EQ(b, i);
+    }
+    EXPECT_FALSE(folding.HasEntry((keys[0] + f.zero).c_str()));
   }
 }
 
-TEST(ContainersStringMap, CaseOnlyDifferenceReplacesAndKeepsFirstSpelling) {
+// StringMap matches as string's operator== does, by upperMap: ASCII and the
+// Mac Roman accented letters. Matching keys must hash alike or the second
+// spelling would be entered as a key of its own.
+TEST(ContainersStringMap, CaseFoldedKeysReplaceAndKeepFirstSpelling) {
+  struct {
+    char const* first;
+    char const* second;
+  } const kPairs[] = {
+      {"Counter", "COUNTER"},
+      {"counter_9", "cOUNTER_9"},
+      {"caf\x8E", "CAF\x83"},      // e acute, lower and upper case
+      {"\x8A\x9A\xBF", "\x80\x85\xAF"},  // a, o umlaut and o slash
+  };
   StringMap<int> map;
-  map.AddEntry("Counter", 1);
-  map.AddEntry("COUNTER", 2);
-  map.AddEntry("other", 3);
-  EXPECT_EQ(map.count, 2u);
-  int value = 0;
-  ASSERT_TRUE(map.GetEntry("counter", value));
-  EXPECT_EQ(value, 2);
-  EXPECT_EQ(KeysInOrder(map), (std::vector<std::string>{"Counter", "other"}));
-
-  StringMapCase<int> exact;
-  exact.AddEntry("Counter", 1);
-  exact.AddEntry("COUNTER", 2);
-  EXPECT_EQ(exact.count, 2u);
-  ASSERT_TRUE(exact.GetEntry("Counter", value));
-  EXPECT_EQ(value, 1);
-  ASSERT_TRUE(exact.GetEntry("COUNTER", value));
-  EXPECT_EQ(value, 2);
-  EXPECT_FALSE(exact.HasEntry("counter"));
+  std::vector<std::string> firsts;
+  for (auto const& p : kPairs) {
+    map.AddEntry(p.first, 1);
+    map.AddEntry(p.second, 2);
+    firsts.push_back(p.first);
+    int value = 0;
+    ASSERT_TRUE(map.GetEntry(p.first, value)) << p.first;
+    EXPECT_EQ(value, 2);
+  }
+  EXPECT_EQ(map.Count(), 4u);
+  EXPECT_EQ(KeysInOrder(map), firsts);
+  EXPECT_FALSE(map.HasEntry("Counte"));
+  EXPECT_FALSE(map.HasEntry("Counter_"));
 }
 
-TEST(ContainersStringMap, CaseMapMatchRules) {
-  StringMapCase<int> map;
-  auto tagged = [](char const* text, unsigned long encoding) {
-    string s(text);
+TEST(ContainersStringMap, CaseMapKeysAreExactBytesAndTag) {
+  auto tagged = [](char const* text, int length, unsigned long encoding) {
+    string s;
+    s.ConstructFromBuffer(text, length);
     s.SetEncoding(encoding);
     return s;
   };
-  string a = tagged("same", kEncodingUTF8);
-  string b = tagged("same", kEncodingUTF8);
-  string c = tagged("same", kEncodingMacRoman);
-  EXPECT_TRUE(map.StringsMatch(a, a));
-  EXPECT_TRUE(map.StringsMatch(a, b));
-  EXPECT_FALSE(map.StringsMatch(a, c));  // same bytes, different tags
-  EXPECT_TRUE(map.StringsMatch(string(), string()));
-  EXPECT_FALSE(map.StringsMatch(string(), a));
-  EXPECT_FALSE(map.StringsMatch(a, tagged("sam", kEncodingUTF8)));
-  EXPECT_FALSE(map.StringsMatch(a, tagged("Same", kEncodingUTF8)));
-  // Bytes past a NUL still count.
-  string withNul1, withNul2;
-  withNul1.ConstructFromBuffer("x\0y", 3);
-  withNul2.ConstructFromBuffer("x\0z", 3);
-  EXPECT_FALSE(map.StringsMatch(withNul1, withNul2));
-
-  map.AddEntry(a, 1);
-  map.AddEntry(c, 2);
-  EXPECT_EQ(map.count, 2u);
-  int value = 0;
-  ASSERT_TRUE(map.GetEntry(c, value));
-  EXPECT_EQ(value, 2);
-}
-
-TEST(ContainersStringMap, EmptyMapHasNoBins) {
-  StringMap<int> map;
-  EXPECT_EQ(map.binCount, 256u);
-  EXPECT_EQ(map.bins, nullptr);
-  int calls = 0;
-  auto callback = [](string, int, long context) {
-    ++*(int*)context;
-    return true;
+  string const kKeys[] = {
+      tagged("same", 4, kEncodingUTF8),
+      tagged("same", 4, kEncodingMacRoman),  // same bytes, another tag
+      tagged("Same", 4, kEncodingUTF8),
+      tagged("x\0y", 3, kEncodingUTF8),  // bytes past a NUL count
+      tagged("x\0z", 3, kEncodingUTF8),
+      string(),
   };
-  EXPECT_TRUE(map.Iterate(callback, (long)&calls));
-  EXPECT_EQ(calls, 0);
-  int value = 5;
-  EXPECT_FALSE(map.GetEntry("x", value));
-  EXPECT_EQ(value, 5);
-  EXPECT_FALSE(map.HasEntry("x"));
-  map.DeleteEntry("x");
-  EXPECT_EQ(map.bins, nullptr);
-  EXPECT_EQ(KeysInOrder(map), std::vector<std::string>{});
-}
-
-TEST(ContainersStringMap, InsertionOrderSurvivesRehash) {
-  struct {
-    int entries;
-    unsigned int binCount;
-  } const kCases[] = {
-      {192, 256},   // 192 is three quarters of 256: no rehash yet
-      {193, 512},
-      {384, 512},
-      {385, 1024},
-  };
-  for (auto const& c : kCases) {
-    SCOPED_TRACE(c.entries);
-    StringMap<int> map;
-    std::vector<std::string> expected;
-    for (int i = 0; i < c.entries; ++i) {
-      // Keys descend, so that bin order and insertion order differ.
-      expected.push_back(KeyName(c.entries - i));
-      map.AddEntry(expected.back().c_str(), i);
-    }
-    EXPECT_EQ(map.binCount, c.binCount);
-    EXPECT_EQ(map.count, (unsigned)c.entries);
-    EXPECT_EQ(KeysInOrder(map), expected);
-    for (int i = 0; i < c.entries; ++i) {
-      int value = -1;
-      ASSERT_TRUE(map.GetEntry(expected[i].c_str(), value)) << expected[i];
-      EXPECT_EQ(value, i);
-    }
+  StringMapCase<int> map;
+  for (int i = 0; i < 6; ++i) map.AddEntry(kKeys[i], i);
+  EXPECT_EQ(map.Count(), 6u);
+  for (int i = 0; i < 6; ++i) {
+    int value = -1;
+    // A copy of the record, so that the match is by content.
+    string copy = tagged(kKeys[i].CString(), (int)kKeys[i].Length(), kKeys[i].Encoding());
+    ASSERT_TRUE(map.GetEntry(copy, value)) << i;
+    EXPECT_EQ(value, i);
   }
+  EXPECT_FALSE(map.HasEntry(tagged("SAME", 4, kEncodingUTF8)));
 }
 
-TEST(ContainersStringMap, IterateWalksBinsNewestFirst) {
+TEST(ContainersStringMap, DeleteKeepsOrderOfTheRest) {
   StringMap<int> map;
-  // "A" and "1R" both hash to bin 65 of 256; "B" is alone in bin 66.
-  map.AddEntry("B", 1);
-  map.AddEntry("A", 2);
-  map.AddEntry("1R", 3);
+  int value = 5;
+  EXPECT_FALSE(map.GetEntry("x", value));  // nothing allocated yet
+  EXPECT_EQ(value, 5);
+  map.DeleteEntry("x");
+  for (int i = 0; i < 100; ++i) map.AddEntry(std::to_string(i).c_str(), i);
+  map.DeleteEntry("0");   // first
+  map.DeleteEntry("99");  // last: appending must still work
+  map.DeleteEntry("50");  // middle
+  map.DeleteEntry("nope");
+  map.AddEntry("new", 100);
+  std::vector<std::string> expected;
+  for (int i = 1; i < 99; ++i)
+    if (i != 50) expected.push_back(std::to_string(i));
+  expected.push_back("new");
+  EXPECT_EQ(KeysInOrder(map), expected);
+  EXPECT_EQ(map.Count(), 98u);
+  for (auto const& k : expected) map.DeleteEntry(k.c_str());
+  EXPECT_EQ(map.Count(), 0u);
+  map.AddEntry("again", 1);
+  EXPECT_EQ(KeysInOrder(map), std::vector<std::string>{"again"});
+}
+
+TEST(ContainersStringMap, IterateInInsertionOrderAndStops) {
+  StringMap<int> map;
+  for (char const* k : {"zeta", "alpha", "mid", "beta"}) map.AddEntry(k, 0);
   std::vector<std::string> seen;
-  auto collect = [](string key, int, long context) {
+  auto stopAtMid = [](string key, int, long context) {
     ((std::vector<std::string>*)context)->push_back(key.CString());
-    return true;
+    return !(key == "MID");
   };
-  EXPECT_TRUE(map.Iterate(collect, (long)&seen));
-  EXPECT_EQ(seen, (std::vector<std::string>{"1R", "A", "B"}));
-  EXPECT_EQ(KeysInOrder(map), (std::vector<std::string>{"B", "A", "1R"}));
-
-  seen.clear();
-  auto stopAtA = [](string key, int, long context) {
-    ((std::vector<std::string>*)context)->push_back(key.CString());
-    return !(key == "a");
-  };
-  EXPECT_FALSE(map.Iterate(stopAtA, (long)&seen));
-  EXPECT_EQ(seen, (std::vector<std::string>{"1R", "A"}));
-}
-
-TEST(ContainersStringMap, DeleteEntryFromChainAndOrder) {
-  StringMap<int> map;
-  for (char const* k : {"A", "1R", "B", "C"}) map.AddEntry(k, 0);
-  map.DeleteEntry("a");     // at the tail of its bin chain
-  map.DeleteEntry("nope");  // absent: nothing changes
-  EXPECT_EQ(map.count, 3u);
-  EXPECT_TRUE(map.HasEntry("1R"));
-  EXPECT_FALSE(map.HasEntry("A"));
-  map.DeleteEntry("C");  // the last entry: appending must still work
-  map.AddEntry("D", 0);
-  map.DeleteEntry("1r");  // the first entry
-  EXPECT_EQ(KeysInOrder(map), (std::vector<std::string>{"B", "D"}));
-  EXPECT_EQ(map.count, 2u);
-  map.DeleteEntry("B");
-  map.DeleteEntry("D");
-  EXPECT_EQ(map.first, nullptr);
-  EXPECT_EQ(map.last, nullptr);
-  map.AddEntry("E", 0);
-  EXPECT_EQ(KeysInOrder(map), std::vector<std::string>{"E"});
-  EXPECT_EQ(map.binCount, 256u);
+  EXPECT_FALSE(map.Iterate(stopAtMid, (long)&seen));
+  EXPECT_EQ(seen, (std::vector<std::string>{"zeta", "alpha", "mid"}));
 }
 
 TEST(ContainersStringMap, IteratorStates) {
@@ -198,19 +156,16 @@ TEST(ContainersStringMap, IteratorStates) {
   StringMapIterator<int> it(&map);
   int value = 0;
   EXPECT_FALSE(it.Value(value));  // not started
-  EXPECT_EQ(it.Key().Length(), 0);
-  it.Delete();  // not started: nothing to delete
-  EXPECT_EQ(map.count, 2u);
+  it.Delete();                    // not started: nothing to delete
+  EXPECT_EQ(map.Count(), 2u);
   ASSERT_TRUE(it.Next(value));
   EXPECT_EQ(value, 1);
-  EXPECT_STREQ(it.Key().CString(), "one");
   ASSERT_TRUE(it.Next(value));
   EXPECT_EQ(value, 2);
-  EXPECT_FALSE(it.Next());
   EXPECT_FALSE(it.Next(value));
   EXPECT_EQ(it.Key().Length(), 0);
   it.Delete();  // past the end: nothing to delete
-  EXPECT_EQ(map.count, 2u);
+  EXPECT_EQ(map.Count(), 2u);
 }
 
 TEST(ContainersStringMap, DeleteThroughIteratorMovesOthersOnSameEntry) {
@@ -227,9 +182,7 @@ TEST(ContainersStringMap, DeleteThroughIteratorMovesOthersOnSameEntry) {
   ASSERT_STREQ(deleter.Key().CString(), "c");
   deleter.Delete();
   EXPECT_EQ(deleter.Key().Length(), 0);  // between entries until Next
-  EXPECT_FALSE(map.HasEntry("c"));
   EXPECT_EQ(KeysInOrder(map), (std::vector<std::string>{"a", "b", "d", "e"}));
-
   int value = 0;
   ASSERT_TRUE(deleter.Next(value));
   EXPECT_EQ(value, 'd');
@@ -238,59 +191,32 @@ TEST(ContainersStringMap, DeleteThroughIteratorMovesOthersOnSameEntry) {
   ASSERT_TRUE(behind.Next());
   EXPECT_STREQ(behind.Key().CString(), "b");  // an iterator elsewhere is untouched
 
-  // Deleting every entry through one iterator empties the map in order.
-  StringMapIterator<int> sweeper(&map);
+  // An unstarted iterator stands on the first entry: deleting that entry
+  // must not leave it on freed memory.
+  StringMapIterator<int> fresh(&map);
+  map.DeleteEntry("a");
+  ASSERT_TRUE(fresh.Next());
+  EXPECT_STREQ(fresh.Key().CString(), "b");
+
   std::vector<std::string> swept;
+  StringMapIterator<int> sweeper(&map);
   while (sweeper.Next()) {
     swept.push_back(sweeper.Key().CString());
     sweeper.Delete();
   }
-  EXPECT_EQ(swept, (std::vector<std::string>{"a", "b", "d", "e"}));
-  EXPECT_EQ(map.count, 0u);
+  EXPECT_EQ(swept, (std::vector<std::string>{"b", "d", "e"}));
+  EXPECT_EQ(map.Count(), 0u);
   EXPECT_FALSE(deleter.Next());
-  EXPECT_FALSE(bystander.Next());
-}
-
-// A fresh iterator stands on the first entry before its first Next; deleting
-// that entry must not leave it on freed memory.
-TEST(ContainersStringMap, UnstartedIteratorOnDeletedEntry) {
-  StringMap<string> map;
-  map.AddEntry("a", "first");
-  map.AddEntry("b", "second");
-  StringMapIterator<string> it(&map);
-  map.DeleteEntry("a");
-  string value;
-  ASSERT_TRUE(it.Next(value));
-  EXPECT_STREQ(value.CString(), "second");
 }
 
 TEST(ContainersStringMap, MapDeletesIteratorsItOutlives) {
-  auto* map = new StringMap<int>;
-  map->AddEntry("k", 1);
-  StringMapIterator<int>* a = map->NewIterator();
-  StringMapIterator<int>* b = map->NewIterator();
-  StringMapIterator<int>* c = map->NewIterator();
-  EXPECT_EQ(map->iterators, c);
-  delete b;  // unchains from the middle
-  EXPECT_EQ(map->iterators, c);
-  EXPECT_EQ(c->nextIterator, a);
-  EXPECT_EQ(a->nextIterator, nullptr);
-  delete map;  // takes a and c with it; the sanitizer build checks for leaks
-}
-
-TEST(ContainersStringMap, ValuesAreOwnedCopies) {
-  StringMap<string> map;
-  {
-    string key("name");
-    string value("text");
-    map.AddEntry(key, value);
-  }
-  string out;
-  ASSERT_TRUE(map.GetEntry("NAME", out));
-  EXPECT_STREQ(out.CString(), "text");
-  map.AddEntry("Name", "replaced");
-  ASSERT_TRUE(map.GetEntry("name", out));
-  EXPECT_STREQ(out.CString(), "replaced");
+  auto* map = new StringMap<string>;
+  map->AddEntry("k", "v");
+  map->NewIterator();
+  StringMapIterator<string>* middle = map->NewIterator();
+  map->NewIterator();
+  delete middle;  // unchains from the middle
+  delete map;     // takes the other two; the sanitizer build checks for leaks
 }
 
 TEST(ContainersStringMap, FlatFunctions) {
@@ -306,61 +232,33 @@ TEST(ContainersStringMap, FlatFunctions) {
   EXPECT_EQ(getStringMapEntry(map, "ALPHA"), 10u);
   EXPECT_EQ(getStringMapEntry(map, "delta"), 0u);
   deleteStringMapEntry(map, "beta");
-
-  unsigned long sum = 0;
-  auto add = [](string, unsigned long value, long context) {
-    *(unsigned long*)context += value;
-    return true;
-  };
-  EXPECT_TRUE(iterateStringMap(map, add, (long)&sum));
-  EXPECT_EQ(sum, 40u);
-
   StringMapIterator<unsigned long>* it = getStringMapIterator(map);
   EXPECT_EQ(smIteratorValue(it), 0u);
   ASSERT_TRUE(smIteratorNext(it));
   EXPECT_STREQ(smIteratorKey(it).CString(), "alpha");
-  EXPECT_EQ(smIteratorValue(it), 10u);
   smIteratorDelete(it);
   ASSERT_TRUE(smIteratorNext(it));
   EXPECT_EQ(smIteratorValue(it), 30u);
   EXPECT_FALSE(smIteratorNext(it));
   smDisposeIterator(it);
   EXPECT_EQ(getStringMapEntry(map, "alpha"), 0u);
-  EXPECT_EQ(map->iterators, nullptr);
   disposeStringMap(map);
 }
 
-TEST(ContainersIntMap, ReplaceAndCollidingKeys) {
+// Multiples of 1,024 once shared one bin of a fixed table.
+TEST(ContainersIntMap, ManyKeysAndReplacement) {
   IntMap<int> map;
-  // 0, 1024 and 2048 share bin 0; -1 and 1023 share bin 1011.
-  int const kKeys[] = {0, 1024, 2048, -1, 1023, 5};
-  for (int k : kKeys) map.AddEntry(k, k * 2);
+  for (int i = -2000; i < 2000; ++i) map.AddEntry(i * 1024, i);
   map.AddEntry(1024, 7);
-  map.AddEntry(-1, 8);
-  struct {
-    int key;
-    bool found;
-    int value;
-  } const kLookups[] = {
-      {0, true, 0}, {1024, true, 7}, {2048, true, 4096}, {-1, true, 8},
-      {1023, true, 2046}, {5, true, 10}, {3072, false, 0}, {-1025, false, 0},
-  };
-  for (auto const& c : kLookups) {
-    SCOPED_TRACE(c.key);
+  EXPECT_EQ(map.Count(), 4000u);
+  for (int i = -2000; i < 2000; ++i) {
     int value = 0;
-    EXPECT_EQ(map.GetEntry(c.key, value), c.found);
-    if (c.found) {
-      EXPECT_EQ(value, c.value);
-    }
+    ASSERT_TRUE(map.GetEntry(i * 1024, value)) << i;
+    EXPECT_EQ(value, i == 1 ? 7 : i);
   }
-  // The newest entry heads its bin; the order list keeps insertion order.
-  ASSERT_NE(map.bins[0], nullptr);
-  EXPECT_EQ(map.bins[0]->key, 2048);
-  EXPECT_EQ(map.bins[1011]->key, 1023);
-  std::vector<int> order;
-  for (IntMapEntry<int>* e = map.first; e; e = e->orderNext) order.push_back(e->key);
-  EXPECT_EQ(order, std::vector<int>(std::begin(kKeys), std::end(kKeys)));
-  EXPECT_EQ(map.last->key, 5);
+  int value = 0;
+  EXPECT_FALSE(map.GetEntry(1, value));
+  EXPECT_FALSE(map.GetEntry(2000 * 1024, value));
 }
 
 }  // namespace

@@ -98,6 +98,11 @@ TEST_F(DeclarationTableTest, LookupsReachTheEnclosingModuleAndEveryIndexedEntry)
   EXPECT_EQ(inner->LookupConstant("KLIMIT"), root->LookupConstant("kLimit"));
   EXPECT_EQ(inner->LookupProperty("Count"), root->LookupProperty("count"));
   EXPECT_EQ(inner->LookupModule("inner"), inner) << "found in the enclosing module's list";
+  EXPECT_EQ(root->LookupModule("Missing"), nullptr);
+  ModuleDeclaration* twin = ModuleDeclaration::New();
+  twin->SetName("INNER");
+  root->AddModule(twin);
+  EXPECT_EQ(root->LookupModule("Inner"), inner) << "of two modules of one name, the first";
   ClassDeclaration* cls = inner->LookupClass("shape");
   ASSERT_NE(cls, nullptr);
   for (char const* name : {"a", "b", "c", "d", "e", "f", "g"}) EXPECT_NE(cls->LookupProperty(name), nullptr) << name;

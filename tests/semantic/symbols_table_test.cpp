@@ -10,6 +10,22 @@ Ref<SymbolTable> Table(StorageClass storage = LocalStorage, Ref<SymbolTable> par
   return SymbolTable::New(parent, storage, string(""));
 }
 
+// Names match by upperMap, as string's operator== has them match: the hash
+// must fold the same letters, the Mac Roman accented ones too.
+TEST(SymbolTableLookup, FindsEveryCaseFoldedSpelling) {
+  struct {
+    char const* stored;
+    char const* looked;
+  } const kNames[] = {{"count", "COUNT"}, {"caf\x8E", "CAF\x83"}, {"\x8A\x9A\xBF", "\x80\x85\xAF"}};
+  Ref<SymbolTable> table = Table();
+  for (auto const& n : kNames) table->Store(string(n.stored), IRDataType(kTypeInteger));
+  for (auto const& n : kNames) {
+    SymbolID found;
+    ASSERT_TRUE(table->Lookup(string(n.looked), nullptr, &found)) << n.stored;
+    EXPECT_EQ(Text(found.Name()), n.stored);
+  }
+}
+
 TEST(SymbolTable, LookupIgnoresCaseAndTheOlderOfTwoEqualNamesWins) {
   Ref<SymbolTable> table = Table();
   SymbolID first = table->Store(string("foo"), IRDataType(kTypeInteger));
