@@ -68,7 +68,10 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   AddCallerConstants(context->rootModule);
 
   InitLexer(source);
-  int status = yyparse() | (context->hadError ? 1 : 0);
+  int status = yyparse();
+  // Only a parse that reached the end of the text knows which blocks stay open.
+  if (status == 0) ReportOpenConditionals();
+  status |= context->hadError ? 1 : 0;
   // The lexer's last token value points into this compilation's literal
   // pool, which dies with the context below.
   yylval = kNullSemBase;

@@ -54,6 +54,9 @@ Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition);
 Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition);
 Ref<SemBase> CompileConditionalElse();
 Ref<SemBase> CompileConditionalEndIf();
+// At the end of a parse that reached the end of the text: reports
+// ConditionalWithoutEndIf at the `#if` of each block still open.
+void ReportOpenConditionals();
 
 // The type nonterminals: each yields a SemIdentifier carrying the type.
 // `token` is the keyword's token number (Integer, String, ... Class).

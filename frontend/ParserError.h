@@ -105,7 +105,8 @@
   X(AccessorEndMismatch, 92)             \
   X(CodeBufferFull, 93)                  \
   X(UndefinedLabel, 94)                  \
-  X(BranchOutOfRange, 95)
+  X(BranchOutOfRange, 95)               \
+  X(ConditionalWithoutEndIf, 96)
 
 enum CompileErrorCode : int {
   kNoCompileError = 0,

@@ -77,9 +77,11 @@ public:
   SimpleVector<LanguageOptions> optionStack;
   // Symbols to fill for a debugger, or null.
   Ref<DebuggerSymbols> debugSymbols;
-  // Open `#if` blocks, and per block whether one of its branches was taken.
+  // Open `#if` blocks, per block whether one of its branches was taken, and
+  // the line of each block's `#if`, innermost last.
   int32_t conditionalDepth = 0;
   SimpleVector<bool> conditionalTaken;
+  SimpleVector<int32_t> conditionalLines;
   bool hadError = false;
   int32_t nextLabel = 1;
   // GoTo labels by name, with their label literals in step.
