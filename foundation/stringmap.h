@@ -143,17 +143,18 @@ private:
   }
 
   void AllocateBins() {
-    bins = new StringMapEntry<V>*[binCount];
-    for (unsigned int i = 0; i < binCount; ++i) bins[i] = nullptr;
+    bins = new StringMapEntry<V>*[binCount]();
   }
 
   // Re-entering in insertion order keeps each chain's head the newest entry,
-  // as it was before.
+  // as it was before. The new array is made before the old one goes, so a
+  // failed allocation leaves the map whole.
   void ResizeBinArray(unsigned int n) {
     if (n == binCount) return;
+    StringMapEntry<V>** grown = new StringMapEntry<V>*[n]();
     delete[] bins;
+    bins = grown;
     binCount = n;
-    AllocateBins();
     for (StringMapEntry<V>* e = first; e; e = e->orderNext) {
       unsigned int bin = hashString(e->key) % binCount;
       e->binNext = bins[bin];

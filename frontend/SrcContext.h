@@ -5,9 +5,10 @@
 // Invariants:
 // - One compilation at a time per process: gContext, the lexer and yylval
 //   are plain globals.
-// - gContext stays set after its compilation, dangling once the context is
-//   deleted, until the next InitParserGlobals: nothing may reach through it
-//   between compilations.
+// - Compiler::Compile clears gContext as its compilation ends, however it
+//   ends. A context made only to read declarations leaves it dangling until
+//   the next InitParserGlobals: nothing may reach through it between
+//   compilations.
 // - hadError, once set by an Error routine, stays set until the context dies.
 // - The shared values of the process (the type identifiers of BasicType, the
 //   pragma table, the constant addresses of the three-address code and the
