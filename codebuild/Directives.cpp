@@ -53,6 +53,9 @@ static bool UsableCondition(Ref<SemBase> condition) {
 Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition) {
   if (!gContext) return Ref<SemBase>();
   ++gContext->conditionalDepth;
+  // The condition starts on the line of its `#if`; the lexer may stand on
+  // the next line by now.
+  gContext->conditionalLines.push_back(condition ? condition->Location().startLine : current_line());
   if (!UsableCondition(condition)) return Ref<SemBase>();
   bool taken = condition->GetValue().sint32 != 0;
   gContext->conditionalTaken.push_back(taken);
@@ -99,5 +102,13 @@ Ref<SemBase> CompileConditionalEndIf() {
     return Ref<SemBase>();
   }
   --gContext->conditionalDepth;
+  if (gContext->conditionalLines.size() > 0) gContext->conditionalLines.pop_back();
   return Ref<SemBase>();
+}
+
+void ReportOpenConditionals() {
+  if (!gContext) return;
+  SimpleVector<int32_t> const& lines = gContext->conditionalLines;
+  for (unsigned long i = 0; i < lines.size(); ++i)
+    Error(ConditionalWithoutEndIf, SourceLocation(lines[i]));
 }

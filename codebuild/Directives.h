@@ -12,3 +12,6 @@ Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition);
 Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition);
 Ref<SemBase> CompileConditionalElse();
 Ref<SemBase> CompileConditionalEndIf();
+// At the end of a parse that reached the end of the text: reports
+// ConditionalWithoutEndIf at the `#if` of each block still open.
+void ReportOpenConditionals();

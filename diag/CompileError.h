@@ -105,7 +105,11 @@
   X(AccessorEndMismatch, 92)             \
   X(CodeBufferFull, 93)                  \
   X(UndefinedLabel, 94)                  \
-  X(BranchOutOfRange, 95)
+  X(BranchOutOfRange, 95)               \
+  X(ConditionalWithoutEndIf, 96)        \
+  X(SourceTooLarge, 97)                 \
+  X(OutOfMemory, 98)                    \
+  X(NulInSource, 99)
 
 enum CompileErrorCode : int {
   kNoCompileError = 0,

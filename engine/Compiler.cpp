@@ -5,6 +5,7 @@
 #include "ir/TacPrinter.h"
 #include "backend/CodeStorage.h"
 #include "frontend/Miner.h"
+#include "codebuild/Directives.h"
 #include "grammar/Parser.h"
 #include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
@@ -46,9 +47,35 @@ Compiler::Compiler() : intrinsics(kIntrinsicFunctionCount), targetFamily(-1) {}
 // constants map, then the intrinsic names.
 Compiler::~Compiler() = default;
 
+namespace {
+
+// Ends a compilation however it ends, an allocation failure unwinding
+// through it included, and leaves no global leading into what it freed.
+struct CompilationScope {
+  SrcContext* context;
+  // A root module that the miner made for want of a prefix belongs to the
+  // compilation; a prefix stays with the caller.
+  bool ownsRoot;
+
+  ~CompilationScope() {
+    // The lexer's last token value points into the context's literal pool.
+    yylval = kNullSemBase;
+    SharedSyntaxFilter()->SetForward(nullptr);
+    if (ownsRoot && context->rootModule) {
+      context->rootModule->Unlink();
+      delete context->rootModule;
+    }
+    delete context;
+    gContext = nullptr;
+  }
+};
+
+}  // namespace
+
 Ref<CodeModule> Compiler::Compile(char const* source) {
   Ref<CodeModule> result;
-  auto* context = new SrcContext;
+  CompilationScope scope{new SrcContext, mPrefix == nullptr};
+  SrcContext* context = scope.context;
   InitParserGlobals(context);
   context->options = options;
   context->options.debug = debugSymbols ? 1 : 0;
@@ -68,10 +95,10 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   AddCallerConstants(context->rootModule);
 
   InitLexer(source);
-  int status = yyparse() | (context->hadError ? 1 : 0);
-  // The lexer's last token value points into this compilation's literal
-  // pool, which dies with the context below.
-  yylval = kNullSemBase;
+  int status = yyparse();
+  // Only a parse that reached the end of the text knows which blocks stay open.
+  if (status == 0) ReportOpenConditionals();
+  status |= context->hadError ? 1 : 0;
   // Debug information is only worth copying from a text that parsed
   // cleanly; the copy lands with the debugger's symbol tables.
   // The whole program's three-address code, whatever the status.
@@ -80,13 +107,6 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
     *listing = ListTacBlock(*block);
   if (status == 0 && block)
     result = GenerateCode(context, block);
-  // A root module that the miner made for want of a prefix belongs to this
-  // compilation; a prefix stays with the caller.
-  if (!mPrefix && context->rootModule) {
-    context->rootModule->Unlink();
-    delete context->rootModule;
-  }
-  delete context;
   return result;
 }
 

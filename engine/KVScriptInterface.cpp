@@ -3,6 +3,9 @@
 #include "backend/CodeStorage.h"
 #include "backend/MiniLinker.h"
 #include "engine/Compiler.h"
+#include <cstring>
+#include <memory>
+#include <new>
 #include "engine/KVScript.h"
 #include "engine/PluginMain.h"
 #include "foundation/Utility.h"
@@ -18,10 +21,16 @@
 // KVScriptInterface
 
 KVScriptInterface::KVScriptInterface()
-    : mSource(nullptr), mRunning(false), mPartial(false), mCode(nullptr), mContext(nullptr) {}
+    : mSource(nullptr),
+      mRunning(false),
+      mPartial(false),
+      mCode(nullptr),
+      mContext(nullptr),
+      mSourceFault(kNoCompileError),
+      mSourceFaultLine(0) {}
 
 KVScriptInterface::~KVScriptInterface() {
-  delete[] mSource;
+  ReleaseSource();
   delete mCode;
 }
 
@@ -40,20 +49,57 @@ void KVScriptInterface::ForceCompile() {
   }
 }
 
-void KVScriptInterface::SetSource(char const* text, unsigned long length) {
-  delete[] mSource;
-  mSource = nullptr;
-  ForceCompile();
-  mSource = new char[length + 2];
-  unsigned long copied = 0;
-  while (copied < length && text && text[copied] != 0) {
-    mSource[copied] = text[copied];
-    ++copied;
+namespace {
+
+// The text of a source that is not to be compiled: shared, never written.
+char sNoSource[] = "\n";
+
+// The line of `at` in `text`, counted from 0 as the lexer counts: CR, LF and
+// CRLF are one line break each.
+unsigned long LineOf(char const* text, char const* at) {
+  unsigned long line = 0;
+  for (char const* p = text; p < at; ++p) {
+    if (*p == '\r' && p + 1 < at && p[1] == '\n') ++p;
+    if (*p == '\r' || *p == '\n') ++line;
   }
-  for (; copied < length; ++copied) mSource[copied] = 0;
+  return line;
+}
+
+}  // namespace
+
+void KVScriptInterface::ReleaseSource() {
+  if (mSource != sNoSource) delete[] mSource;
+  mSource = nullptr;
+}
+
+void KVScriptInterface::SetSource(char const* text, unsigned long length) {
+  ReleaseSource();
+  ForceCompile();
+  mSourceFault = kNoCompileError;
+  mSourceFaultLine = 0;
+  if (!text) length = 0;
+  if (length > kMaxSourceLength) {
+    mSourceFault = SourceTooLarge;
+    mSource = sNoSource;
+    return;
+  }
+  // The copy is the biggest block a compile asks for; without the room for
+  // it the host hears so from the compile, as it hears of any other fault.
+  mSource = new (std::nothrow) char[length + 2];
+  if (!mSource) {
+    mSourceFault = OutOfMemory;
+    mSource = sNoSource;
+    return;
+  }
+  if (length > 0) memcpy(mSource, text, length);
   // The lexer relies on every line, the last one included, ending in a line feed.
   mSource[length] = '\n';
   mSource[length + 1] = 0;
+  // The lexer would take a NUL for the end and drop the rest unread.
+  if (auto const* nul = static_cast<char const*>(memchr(mSource, 0, length))) {
+    mSourceFault = NulInSource;
+    mSourceFaultLine = LineOf(mSource, nul);
+  }
 }
 
 void KVScriptInterface::SetContext(void const* context) {
@@ -172,6 +218,10 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
 }
 
 Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
+  if (mSourceFault != kNoCompileError) {
+    CompilerError(mSourceFault, mSourceFaultLine);
+    return Ref<CodeModule>();
+  }
   Compiler compiler;
   compiler.intrinsics = IntrinsicFunctionNames();
   compiler.targetFamily = kTargetIA32;
@@ -179,32 +229,48 @@ Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
   // The script library's declarations, with the host's callbacks encoded
   // into them; the lock keeps the module, and everything merged into it,
   // until the compile is over.
-  ModuleDeclaration* prefix = MakeKvScriptRuntimeDeclarations();
-  prefix->Lock();
-  EncodeHostCallbacks(prefix);
-  compiler.SetPrefix(prefix);
+  struct PrefixLock {
+    ModuleDeclaration* module;
+    ~PrefixLock() {
+      module->Unlink();
+      module->Unlock();
+    }
+  } prefix{MakeKvScriptRuntimeDeclarations()};
+  prefix.module->Lock();
+  EncodeHostCallbacks(prefix.module);
+  compiler.SetPrefix(prefix.module);
   compiler.SetDelegate(this);
-  Ref<CodeModule> module = compiler.Compile(mSource);
-  prefix->Unlink();
-  prefix->Unlock();
-  return module;
+  return compiler.Compile(mSource);
 }
 
+// A host must never see a C++ exception. The engine throws none of its
+// own, but operator new throws when memory runs out, anywhere in a compile;
+// the two compile entries below catch that and report OutOfMemory instead.
+// The compilation's scopes free what it built on the way out, so the report
+// finds memory again.
 void KVScriptInterface::Precompile() {
   if (!mSource || mCode) return;
-  Ref<CodeModule> module = CompileSource(nullptr);
-  if (!module) return;
-  // A name that resolves nowhere fails the link, reported like a compile
-  // error; mCode then stays null and Run executes nothing.
-  StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
-  mCode = MiniLink(module, table, this);
-  delete table;
+  try {
+    Ref<CodeModule> module = CompileSource(nullptr);
+    if (!module) return;
+    // A name that resolves nowhere fails the link, reported like a compile
+    // error; mCode then stays null and Run executes nothing.
+    std::unique_ptr<StringMap<void*>> table(MakeKvScriptRuntimeFunctionTable());
+    mCode = MiniLink(module, table.get(), this);
+  } catch (std::bad_alloc const&) {
+    CompilerError(OutOfMemory, 0);
+  }
 }
 
 bool KVScriptInterface::ListThreeAddressCode(string* listing) {
   if (!mSource || !listing) return false;
   *listing = string();
-  return (bool)CompileSource(listing);
+  try {
+    return (bool)CompileSource(listing);
+  } catch (std::bad_alloc const&) {
+    CompilerError(OutOfMemory, 0);
+    return false;
+  }
 }
 
 void KVScriptInterface::Run() {

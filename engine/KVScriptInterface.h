@@ -10,7 +10,10 @@
 //   correspondent's calls into that object's events.
 //
 // Invariants:
-// - mSource is null or a private copy that ends in a line feed and a NUL.
+// - mSource is null, or text that ends in a line feed and a NUL: a private
+//   copy, or a shared empty text when there is none worth keeping.
+// - While mSourceFault is set, no compile reads mSource: each reports the
+//   fault instead.
 // - mCode is null exactly when nothing usable is compiled; everything that
 //   changes what the compiler would see goes through ForceCompile.
 // - Virtual slots are in a fixed order (the vtable is a contract with the
@@ -18,6 +21,7 @@
 #pragma once
 
 #include "diag/CompilerDelegate.h"
+#include "engine/EngineAPI.h"
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
 #include "foundation/String.h"
@@ -29,14 +33,6 @@ class RunReadyCode;
 class ModuleDeclaration;
 struct RuntimeClass;
 struct VELDobjectStruct;
-
-// The State of a host script object.
-enum ScriptState {
-  ScriptStateIdle = 0,
-  ScriptStateRunning = 1,
-  ScriptStateComplete = 2,
-  ScriptStateError = 3,
-};
 
 // A host function a script can call: its address and its declaration.
 struct HostMethod {
@@ -63,8 +59,11 @@ public:
   void ScriptYield() override;
 
   virtual ~KVScriptInterface();
-  // Copies at most `length` bytes, stopping at a NUL and zero-filling the
-  // rest, then a line feed and a NUL. Discards the image.
+  // Copies `length` bytes of `text` (none when it is null), then a line feed
+  // and a NUL. Discards the image. A text past kMaxSourceLength, one there is
+  // no memory to copy, and one holding a NUL are not compiled: the next
+  // compile reports SourceTooLarge, OutOfMemory (both on line 0) or
+  // NulInSource (on the NUL's line) instead.
   virtual void SetSource(char const* text, unsigned long length);
   virtual void SetContext(void const* context);
   virtual void RegisterHostMethod(void* entry, bool hasSelf, char const* declaration);
@@ -112,8 +111,13 @@ protected:
   void const* mContext;
   SimpleVector<HostMethod> mHostMethods;
   SimpleVector<HostProperty> mHostProperties;
+  // Why mSource is not to be compiled (kNoCompileError: it is), and the line
+  // to report that at.
+  CompileErrorCode mSourceFault;
+  unsigned long mSourceFaultLine;
 
 private:
+  void ReleaseSource();
   // One compile of mSource with the library's and the host's declarations
   // in front; the module, or null after errors (reported to the events).
   Ref<CodeModule> CompileSource(string* listing);

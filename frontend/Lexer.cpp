@@ -357,8 +357,20 @@ int QuotedString() {
   return c == '"' ? kTokenSTR_LIT : kTokenBAD_STR_LIT;
 }
 
-// \"text": C escapes, runs across lines (uncounted) to an unescaped quote
-// or the end of the text.
+// Counts the line breaks in line[from, to) as LineBreak would, so that
+// lines after a token that spans several are numbered right.
+void PassLineBreaks(uint32_t from, uint32_t to) {
+  for (uint32_t p = from; p < to; ++p) {
+    if (line[p] == '\r' && p + 1 < to && line[p + 1] == '\n') ++p;
+    if (line[p] == '\r' || line[p] == '\n') {
+      ++sState.lineCounter;
+      sState.lineStart = p + 1;
+    }
+  }
+}
+
+// \"text": C escapes, runs across lines to an unescaped quote or the end of
+// the text. The token ends on the line of its closing quote.
 int EscapedString() {
   uint32_t start = sState.position;
   uint32_t p = start;
@@ -366,6 +378,8 @@ int EscapedString() {
   string raw;
   raw.ConstructFromBuffer(line + start, (int)(p - start));
   sState.position = line[p] ? p + 1 : p;
+  PassLineBreaks(start, p);
+  sLocation.endLine = sState.lineCounter;
   EndToken();
   SetStringValue(DecodeBackslashEscape(raw));
   return kTokenSTR_LIT;
@@ -565,11 +579,19 @@ inline int EscapeLength(char const* s, int i, int n) {
   if (i + len > n) len = n - i;
   return len;
 }
+
+constexpr char kUTF8ByteOrderMark[] = "\xEF\xBB\xBF";
+
 }  // namespace
 
 void InitLexer(char const* source) {
   line = source ? source : "";
-  sState = LexerState{0, true, 0, 0, 0, true, 0, 0};
+  // Editors put a UTF-8 byte-order mark in front of a file; it is no part
+  // of the first line's text, and offsets on that line count from behind it.
+  uint32_t start = strncmp(line, kUTF8ByteOrderMark, sizeof kUTF8ByteOrderMark - 1) == 0
+                       ? (uint32_t)(sizeof kUTF8ByteOrderMark - 1)
+                       : 0;
+  sState = LexerState{start, true, 0, 0, start, true, 0, 0};
   sLocation = SourceLocation();
   kNullSemBase = SemBase::New();
   yylval = kNullSemBase;

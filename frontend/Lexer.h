@@ -41,7 +41,8 @@ struct LexerState {
 // it exists; until then the lexer defines it.
 extern Ref<SemBase> yylval;
 
-// Starts a run over `source` (may be null: an empty text).
+// Starts a run over `source` (may be null: an empty text). A UTF-8
+// byte-order mark at its very start is skipped.
 void InitLexer(char const* source);
 // The next token for a reader: a byte value, a number of tokens.h, or -1 at
 // the end (and again on every later call).

@@ -8,9 +8,10 @@
 // Invariants:
 // - One compilation at a time per process: gContext, the lexer and yylval
 //   are plain globals.
-// - gContext stays set after its compilation, dangling once the context is
-//   deleted, until the next InitParserGlobals: nothing may reach through it
-//   between compilations.
+// - Compiler::Compile clears gContext as its compilation ends, however it
+//   ends. A context made only to read declarations leaves it dangling until
+//   the next InitParserGlobals: nothing may reach through it between
+//   compilations.
 // - hadError, once set by an Error routine, stays set until the context dies.
 // - The shared values of the process (the type identifiers of BasicType, the
 //   pragma table, the constant addresses of the three-address code and the
@@ -67,9 +68,12 @@ public:
   SimpleVector<LanguageOptions> optionStack;
   // Symbols to fill for a debugger, or null.
   Ref<DebuggerSymbols> debugSymbols;
-  // Open `#if` blocks, and per block whether one of its branches was taken.
+  // Open `#if` blocks, per block whether one of its branches was taken, and
+  // the line of each block's `#if`, innermost last.
   int32_t conditionalDepth = 0;
   SimpleVector<bool> conditionalTaken;
+  // The line of each open `#if`, to report one left open at the end.
+  SimpleVector<int32_t> conditionalLines;
   // GoTo labels by name, with their label literals in step.
   SimpleVector<string> labelNames;
   SimpleVector<TacAddr*> labelAddrs;

@@ -128,8 +128,10 @@ bool SymbolTable::Contains(SymbolID symbol) const {
 
 void SymbolTable::ResizeIndex(int newSize) {
   KV_ASSERT(newSize > 0);
+  // Made before the old one goes, so a failed allocation leaves the table whole.
+  SymbolID* grown = new SymbolID[newSize];
   delete[] index;
-  index = new SymbolID[newSize];
+  index = grown;
   indexSize = newSize;
   SimpleVector<SymbolID> const& all = symbols;
   for (unsigned long i = 0; i < all.size(); ++i) AddToIndex(all[i]);

@@ -1,5 +1,6 @@
 // kvscript: runs a script through the engine as a host application would,
-// with the stand-in host in the host's place.
+// with the stand-in host in the host's place. It meets the engine only at
+// its public faces: the plug-in entry, the KvScript class and EngineAPI.h.
 //
 //   kvscript FILE        run the script in FILE
 //   kvscript -           run the script read from standard input
@@ -10,19 +11,24 @@
 // input; compile and run-time errors go to standard error, one line each.
 // The exit status is 0 when the script completed, 1 after compile errors
 // (nothing runs then), 2 after an unhandled script exception, and 64 for a
-// command-line or file problem.
+// command-line or file problem: a file that can't be read, one longer than
+// the engine takes (reading stops there), or standard output that can't be
+// written.
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "engine/KVScript.h"
-#include "engine/KVScriptInterface.h"
+#include "engine/EngineAPI.h"
 #include "engine/PluginMain.h"
+#include "diag/CompileError.h"
 #include "engine/Compiler.h"
+#include "foundation/String.h"
 #include "foundation/TextEncodingUtil.h"
 #include "foundation/Utility.h"
-#include "diag/CompileError.h"
 #include "host/StandInHost.h"
 
 namespace {
@@ -42,14 +48,97 @@ void PrintUsage(FILE* out) {
           "Compiles the script to native code and runs it. Print writes to standard\n"
           "output; Input reads a line from standard input. --tac prints the\n"
           "three-address code the script compiles to instead of running it.\n"
-          "Exit status: 0 done, 1 compile errors, 2 unhandled exception, 64 usage.\n");
+          "A script may hold at most %lu MiB.\n"
+          "Exit status: 0 done, 1 compile errors, 2 unhandled exception, 64 usage,\n"
+          "file or output problem.\n",
+          kMaxSourceLength >> 20);
 }
 
-bool ReadAll(FILE* in, std::string* text) {
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, in)) > 0) text->append(buffer, n);
-  return !ferror(in);
+// A file name as diagnostics show it: control bytes and the backslash are
+// escaped, so that no name can end a diagnostic line and forge another.
+std::string Printable(char const* name) {
+  std::string out;
+  for (unsigned char const* p = (unsigned char const*)name; *p; ++p) {
+    switch (*p) {
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\t': out += "\\t"; break;
+      case '\\': out += "\\\\"; break;
+      default:
+        if (*p < 0x20 || *p == 0x7F) {
+          char hex[5];
+          snprintf(hex, sizeof hex, "\\x%02X", *p);
+          out += hex;
+        } else {
+          out += (char)*p;
+        }
+    }
+  }
+  return out;
+}
+
+// A script read into memory: malloc'd, so that running out of memory is an
+// answer and not an exception.
+struct SourceText {
+  char* bytes = nullptr;
+  size_t length = 0;
+  ~SourceText() { free(bytes); }
+  void Release() {
+    free(bytes);
+    bytes = nullptr;
+    length = 0;
+  }
+};
+
+enum class ReadResult { kRead, kTooLarge, kUnreadable, kNoMemory };
+
+// Reads `in` to its end, but never more than one byte past what the engine
+// takes, so that an endless or huge input is refused as soon as that is
+// clear. A regular file's size is known before any byte is read.
+ReadResult ReadSource(FILE* in, SourceText* text) {
+  size_t capacity = 64 * 1024;
+  struct stat status;
+  if (fstat(fileno(in), &status) == 0 && S_ISREG(status.st_mode)) {
+    if ((unsigned long long)status.st_size > kMaxSourceLength) return ReadResult::kTooLarge;
+    // One byte more, so that the end is seen without growing the buffer.
+    capacity = (size_t)status.st_size + 1;
+  }
+  text->bytes = static_cast<char*>(malloc(capacity));
+  if (!text->bytes) return ReadResult::kNoMemory;
+  for (;;) {
+    if (text->length == capacity) {
+      if (capacity > kMaxSourceLength) return ReadResult::kTooLarge;
+      size_t grown = capacity * 2 < kMaxSourceLength + 1 ? capacity * 2 : kMaxSourceLength + 1;
+      char* bigger = static_cast<char*>(realloc(text->bytes, grown));
+      if (!bigger) return ReadResult::kNoMemory;
+      text->bytes = bigger;
+      capacity = grown;
+    }
+    size_t n = fread(text->bytes + text->length, 1, capacity - text->length, in);
+    if (n == 0) break;
+    text->length += n;
+  }
+  if (ferror(in)) return ReadResult::kUnreadable;
+  return text->length > kMaxSourceLength ? ReadResult::kTooLarge : ReadResult::kRead;
+}
+
+// Reports why `name` could not be read; false if it could.
+bool ReportReadFailure(ReadResult result, char const* name, int error) {
+  std::string shown = Printable(name);
+  switch (result) {
+    case ReadResult::kRead: return false;
+    case ReadResult::kTooLarge:
+      fprintf(stderr, "kvscript: %s: longer than %lu MiB, the most a script may hold\n",
+              shown.c_str(), kMaxSourceLength >> 20);
+      break;
+    case ReadResult::kUnreadable:
+      fprintf(stderr, "kvscript: cannot read %s: %s\n", shown.c_str(), strerror(error));
+      break;
+    case ReadResult::kNoMemory:
+      fprintf(stderr, "kvscript: not enough memory to read %s\n", shown.c_str());
+      break;
+  }
+  return true;
 }
 
 void OnPrint(VELDobjectStruct*, VELDstringStruct* msg) {
@@ -66,20 +155,22 @@ VELDstringStruct* OnInput(VELDobjectStruct*, VELDstringStruct* prompt) {
   return StandInString(line.data(), (long)line.size(), kEncodingUTF8);
 }
 
-char const* sScriptName = "";
+// The script's name as diagnostics show it.
+std::string sScriptName;
 bool sRuntimeError = false;
 
 // FILE:LINE: error CODE: NAME, with lines counted from 1.
 void OnCompilerError(VELDobjectStruct*, long line, long errorNumber, VELDstringStruct*) {
-  char const* name = CompileErrorName((CompileErrorCode)errorNumber);
-  fprintf(stderr, "%s:%ld: error %ld: %s\n", sScriptName, line + 1, errorNumber,
+  char const* name = CompileErrorNameOf(errorNumber);
+  fprintf(stderr, "%s:%ld: error %ld: %s\n", sScriptName.c_str(), line + 1, errorNumber,
           name ? name : "UnknownError");
 }
 
 void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
   sRuntimeError = true;
   char const* name = error ? StandInClassName(error) : nullptr;
-  fprintf(stderr, "%s: runtime error: unhandled %s\n", sScriptName, name ? name : "exception");
+  fprintf(stderr, "%s: runtime error: unhandled %s\n", sScriptName.c_str(),
+          name ? name : "exception");
 }
 
 // With KVSCRIPT_LEAK_CHECK set, the run must give back every counted block
@@ -90,44 +181,49 @@ struct LeakCheck {
 
   void Start() {
     if (!on) return;
-    KVScriptInterface warmUp;
-    char const kWarmUp[] = "#pragma BoundsChecking True\nDim a As Integer\nPrint \"a\"\n";
-    warmUp.SetSource(kWarmUp, sizeof kWarmUp - 1);
-    warmUp.Precompile();
-    ClearConvertEncodingCache();
-    before = gTotalAllocLen;
+    WarmUpSharedValues();
+    before = CountedBytes();
   }
   bool Passed() {
     if (!on) return true;
-    ClearConvertEncodingCache();
-    if (gTotalAllocLen == before) return true;
-    fprintf(stderr, "kvscript: leak check: %ld counted bytes not given back\n", gTotalAllocLen - before);
+    long now = CountedBytes();
+    if (now == before) return true;
+    fprintf(stderr, "kvscript: leak check: %ld counted bytes not given back\n", now - before);
     return false;
   }
 };
 
-int RunScriptChecked(char const* name, std::string const& text, bool listOnly) {
-  sScriptName = name;
-  StandInHostReset();
-  VELDPluginMain(StandInResolve);
+// Hands the text to a new KvScript object as its Source, then lets go of
+// the text: from here on the host string and the engine's copy are all
+// there is of it. Null if the host could not make the object or the string.
+VELDobjectStruct* LoadScript(SourceText* text) {
   VELDobjectStruct* script = VELDnewInstance("KvScript");
   if (!script) {
     fprintf(stderr, "kvscript: the host could not make a KvScript object\n");
-    return kExitUsage;
+    return nullptr;
   }
   StandInSetEventHandler(script, "Print", reinterpret_cast<void*>(&OnPrint));
   StandInSetEventHandler(script, "Input", reinterpret_cast<void*>(&OnInput));
   StandInSetEventHandler(script, "CompilerError", reinterpret_cast<void*>(&OnCompilerError));
   StandInSetEventHandler(script, "RuntimeError", reinterpret_cast<void*>(&OnRuntimeError));
-
-  VELDstringStruct* source = StandInString(text.data(), (long)text.size(), kEncodingUTF8);
+  bool empty = text->length == 0;
+  VELDstringStruct* source = StandInString(text->bytes, (long)text->length, kEncodingUTF8);
+  text->Release();
+  if (!source && !empty) {
+    fprintf(stderr, "kvscript: not enough memory to hold %s\n", sScriptName.c_str());
+    VELDUnlockObject(script);
+    return nullptr;
+  }
   StandInSetStringProperty(script, "Source", source);
   VELDUnlockString(source);
+  return script;
+}
+
+int RunLoadedScript(VELDobjectStruct* script, bool listOnly) {
   if (listOnly) {
     string listing;
-    bool ok = KvScriptDataOf(script)->interpreter->ListThreeAddressCode(&listing);
+    bool ok = KvScriptListing(script, &listing);
     fwrite(listing.CString(), 1, (size_t)listing.Length(), stdout);
-    VELDUnlockObject(script);
     return ok ? 0 : kExitCompileError;
   }
   // A source that doesn't compile is reported once, not again by Run.
@@ -138,27 +234,30 @@ int RunScriptChecked(char const* name, std::string const& text, bool listOnly) {
     StandInCallMethod(script, "Run");
     StandInGetIntegerProperty(script, "State", &state);
   }
-
-  bool linked = KvScriptDataOf(script)->interpreter->Code() != nullptr;
-  if (!linked && state != ScriptStateError)
+  if (!KvScriptHasLinkedCode(script) && state != ScriptStateError)
     fprintf(stderr,
             "kvscript: %s compiled, but the engine cannot link and run code yet; "
-            "nothing ran (see --tac for what it compiles to)\n", name);
-  VELDUnlockObject(script);
+            "nothing ran (see --tac for what it compiles to)\n", sScriptName.c_str());
   if (state == ScriptStateComplete) return 0;
   return sRuntimeError ? kExitRuntimeError : kExitCompileError;
 }
 
-int RunScript(char const* name, std::string const& text, bool listOnly) {
+int RunScript(char const* name, SourceText* text, bool listOnly) {
   LeakCheck leaks;
   leaks.Start();
-  int status = RunScriptChecked(name, text, listOnly);
+  sScriptName = Printable(name);
+  StandInHostReset();
+  VELDPluginMain(StandInResolve);
+  int status = kExitUsage;
+  if (VELDobjectStruct* script = LoadScript(text)) {
+    status = RunLoadedScript(script, listOnly);
+    VELDUnlockObject(script);
+  }
+  sScriptName.clear();
   return leaks.Passed() ? status : kExitLeak;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int RunArguments(int argc, char** argv) {
   int first = 1;
   bool listOnly = false;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
@@ -174,31 +273,42 @@ int main(int argc, char** argv) {
     first = 2;
   }
   int rest = argc - first;
-  if (rest == 2 && strcmp(argv[first], "-e") == 0)
-    return RunScript("-e", argv[first + 1], listOnly);
+  SourceText text;
+  if (rest == 2 && strcmp(argv[first], "-e") == 0) {
+    text.length = strlen(argv[first + 1]);
+    text.bytes = static_cast<char*>(malloc(text.length + 1));
+    if (!text.bytes) return kExitUsage;
+    memcpy(text.bytes, argv[first + 1], text.length);
+    return RunScript("-e", &text, listOnly);
+  }
   char const* path = rest == 1 ? argv[first] : nullptr;
   if (!path || (path[0] == '-' && path[1] != 0)) {
     PrintUsage(stderr);
     return kExitUsage;
   }
-  std::string text;
-  if (strcmp(path, "-") == 0) {
-    if (!ReadAll(stdin, &text)) {
-      fprintf(stderr, "kvscript: cannot read standard input\n");
-      return kExitUsage;
-    }
-    return RunScript("-", text, listOnly);
-  }
-  FILE* file = fopen(path, "rb");
+  bool fromStdin = strcmp(path, "-") == 0;
+  FILE* file = fromStdin ? stdin : fopen(path, "rb");
   if (!file) {
-    fprintf(stderr, "kvscript: cannot open %s\n", path);
+    fprintf(stderr, "kvscript: cannot open %s: %s\n", Printable(path).c_str(), strerror(errno));
     return kExitUsage;
   }
-  bool ok = ReadAll(file, &text);
-  fclose(file);
-  if (!ok) {
-    fprintf(stderr, "kvscript: cannot read %s\n", path);
-    return kExitUsage;
-  }
-  return RunScript(path, text, listOnly);
+  ReadResult result = ReadSource(file, &text);
+  int error = errno;
+  if (!fromStdin) fclose(file);
+  if (ReportReadFailure(result, fromStdin ? "standard input" : path, error)) return kExitUsage;
+  return RunScript(path, &text, listOnly);
 }
+
+// Output that never reached standard output (a full disk, a closed pipe)
+// fails a run that would have succeeded.
+int FinishOutput(int status) {
+  bool failed = ferror(stdout) != 0;
+  failed = fclose(stdout) != 0 || failed;
+  if (!failed) return status;
+  fprintf(stderr, "kvscript: cannot write standard output\n");
+  return status == 0 ? kExitUsage : status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return FinishOutput(RunArguments(argc, argv)); }

@@ -2,10 +2,14 @@
 # End-to-end checks of the kvscript command: every *.kvs below this folder is
 # run, and what it printed, what it reported and how it exited are compared
 # with what the script itself says it expects:
-#   ' expect: TEXT        this line prints TEXT (in order, one per marker)
-#   ' expect error NAME   a compile error NAME is reported on this line
-# A script with error markers must exit 1 and print nothing; one without
-# must exit 0. A case.expect file beside a script replaces its expect: lines.
+#   ' expect: TEXT                 this line prints TEXT (in order, one per marker)
+#   ' expect error NAME            a compile error NAME is reported on this line
+#   ' expect runtime error CLASS   the run ends in an unhandled CLASS exception
+# A script with error markers must exit 1 and print nothing; one with a
+# runtime error marker must print what it expects, then exit 2 and name the
+# class on standard error; any other must exit 0. A case.expect file beside a
+# script replaces its expect: lines. probes.sh then checks the command's
+# contract beyond single scripts.
 # Usage: run.sh KVSCRIPT
 set -uo pipefail
 kvscript=$(realpath "$1")
@@ -31,9 +35,21 @@ check_script() {
   expected_err=$(awk -v f="$rel" '
     match($0, /'"'"' expect error [A-Za-z]+/) {
       name = substr($0, RSTART + 15, RLENGTH - 15); print f ":" NR ": " name }' "$file")
+  local expected_raise
+  expected_raise=$(awk -v f="$rel" '
+    match($0, /'"'"' expect runtime error [A-Za-z]+/) {
+      print f ": runtime error: unhandled " substr($0, RSTART + 23, RLENGTH - 23) }' "$file")
   local actual_err
   actual_err=$(sed -E 's/^([^:]+:[0-9]+): error [0-9]+: (.*)$/\1: \2/' "$err" | grep -v '^kvscript: ')
-  if [ -n "$expected_err" ]; then
+  if [ -n "$expected_raise" ]; then
+    [ "$status" -eq 2 ] || fail "$rel" "exit status $status, expected 2: $(cat "$err")"
+    [ "$actual_err" = "$expected_raise" ] || fail "$rel" "reported '$actual_err', expected '$expected_raise'"
+    [ "$(cat "$out")" = "$expected_out" ] || fail "$rel" "output differs:
+--- expected
+$expected_out
+--- printed
+$(cat "$out")"
+  elif [ -n "$expected_err" ]; then
     [ "$status" -eq 1 ] || fail "$rel" "exit status $status, expected 1"
     [ "$actual_err" = "$expected_err" ] || fail "$rel" "errors differ:
 --- expected
@@ -50,7 +66,8 @@ $expected_out
 $(cat "$out")"
   fi
   # Every error line has the contract's form.
-  if grep -v '^kvscript: ' "$err" | grep -qvE '^[^:]+:[0-9]+: error [0-9]+: [A-Za-z]+$'; then
+  if grep -v '^kvscript: ' "$err" |
+      grep -qvE '^[^:]+(:[0-9]+: error [0-9]+:|: runtime error: unhandled) [A-Za-z]+$'; then
     fail "$rel" "an error line out of format: $(cat "$err")"
   fi
   rm -f "$out" "$err"
@@ -60,29 +77,7 @@ while IFS= read -r -d '' file; do
   check_script "$file"
 done < <(find "$here" -name '*.kvs' -print0 | sort -z)
 
-# The command's own contract, beyond single scripts.
-expect_status() {
-  local want=$1 what=$2; shift 2
-  "$@" > /dev/null 2>&1 < /dev/null
-  local got=$?
-  [ "$got" -eq "$want" ] || fail "$what" "exit status $got, expected $want"
-}
-expect_status 0 "--help" "$kvscript" --help
-expect_status 0 "--version" "$kvscript" --version
-expect_status 64 "no arguments" "$kvscript"
-expect_status 64 "unknown option" "$kvscript" --bogus
-expect_status 64 "missing file" "$kvscript" "$here/no-such-file.kvs"
-expect_status 0 "-e with a clean text" "$kvscript" -e $'Dim a As Integer\n'
-expect_status 1 "-e with an error" "$kvscript" -e $'x = (1 +\n'
-
-stdin_err=$(printf 'Dim a As Integer\n\nx = (\n' | "$kvscript" - 2>&1 >/dev/null)
-[ "$stdin_err" = "-:3: error 1: SyntaxError" ] || fail "standard input" "reported '$stdin_err'"
-printf 'Dim a As Integer\n' | "$kvscript" - > /dev/null 2>&1 || fail "standard input" "a clean script failed"
-
-tac=$("$kvscript" --tac -e $'Dim a As Integer\n')
-echo "$tac" | grep -q 'Stop' || fail "--tac" "the listing has no Stop line: $tac"
-"$kvscript" --tac -e $'x = (\n' > /dev/null 2>&1
-[ $? -eq 1 ] || fail "--tac" "a script with errors should exit 1"
+"$here/probes.sh" "$kvscript" || failures=$((failures + $?))
 
 if [ "$failures" -gt 0 ]; then
   echo "$failures end-to-end check(s) failed"

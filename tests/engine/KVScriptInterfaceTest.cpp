@@ -93,7 +93,7 @@ TEST(KVScriptInterface, SetSourceCopiesLengthBytesThenLineFeedAndNul) {
       {"null text, length 0", nullptr, 0, {'\n', 0}},
       {"plain", "Print 1", 7, {'P', 'r', 'i', 'n', 't', ' ', '1', '\n', 0}},
       {"shorter than the text", "abcdef", 3, {'a', 'b', 'c', '\n', 0}},
-      {"stops at a NUL, zero-fills", kEmbeddedNul, 5, {'a', 'b', 0, 0, 0, '\n', 0}},
+      {"keeps a NUL, which no compile reads", kEmbeddedNul, 5, {'a', 'b', 0, 'c', 'd', '\n', 0}},
       {"already ends in a line feed", "x\n", 2, {'x', '\n', '\n', 0}},
   };
   for (SourceCase const& c : cases) {
@@ -102,6 +102,39 @@ TEST(KVScriptInterface, SetSourceCopiesLengthBytesThenLineFeedAndNul) {
     engine.SetSource(c.text, c.length);
     ASSERT_NE(nullptr, engine.Source());
     EXPECT_EQ(0, memcmp(c.stored.data(), engine.Source(), c.stored.size()));
+  }
+}
+
+// A source that can't be compiled is refused by SetSource and reported by
+// every compile after it, until the next SetSource.
+TEST(KVScriptInterface, SourceFaultsAreReportedByEveryCompile) {
+  const struct {
+    char const* name;
+    char const* text;
+    unsigned long length;
+    ProbeEngine::Report report;
+  } cases[] = {
+      // Refused before a byte is read, so the short text is never overrun.
+      {"past the cap", "x", kMaxSourceLength + 1, {SourceTooLarge, 0}},
+      {"a NUL after CRLF, CR and LF", "a\r\nb\rc\n\0d", 9, {NulInSource, 3}},
+      {"a NUL on the first line", "Dim\0", 4, {NulInSource, 0}},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    ProbeEngine engine;
+    engine.SetSource(c.text, c.length);
+    engine.Precompile();
+    string listing;
+    EXPECT_FALSE(engine.ListThreeAddressCode(&listing));
+    ASSERT_EQ(2u, engine.compileErrors.size());
+    for (ProbeEngine::Report const& r : engine.compileErrors) {
+      EXPECT_EQ(c.report.code, r.code);
+      EXPECT_EQ(c.report.line, r.line);
+    }
+    EXPECT_EQ(nullptr, engine.Code());
+    engine.SetSource("Dim a As Integer", 16);
+    engine.Precompile();
+    EXPECT_EQ(2u, engine.compileErrors.size());
   }
 }
 

@@ -41,7 +41,9 @@ void LexToEnd(char const* text, size_t length, int mode) {
     Check(s.lineStart <= s.position, "line start ahead of the position");
     SourceLocation loc = CurrentTokenLocation();
     Check(loc.startLine == current_line(), "a token's line is not the current line");
-    Check(loc.endOffset >= loc.startOffset, "a token ends before it starts");
+    // An escaped string may end on a later line, at any offset of it.
+    Check(loc.endLine > loc.startLine || (loc.endLine == loc.startLine && loc.endOffset >= loc.startOffset),
+          "a token ends before it starts");
   }
   Check(GetToken() == kEndOfText, "the end of the text does not repeat");
   InitLexer(nullptr);

@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# The kvscript command's contract beyond single scripts: options, inputs that
+# are no script at all, and outputs that can't be written. One probe a line:
+#   probe STATUS STDERR COMMAND
+# COMMAND runs in bash in a scratch folder that holds the inputs made below,
+# with $K the command under test. STATUS is the exit status it must end
+# with (!0: any but 0); STDERR a glob pattern that its whole standard error
+# must match. Every probe ends within a minute or fails.
+# Usage: probes.sh KVSCRIPT; the exit status is the number of failures.
+set -uo pipefail
+K=$(realpath "$1")
+export K
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+failures=0
+
+probe() {
+  local want=$1 pattern=$2 command=$3
+  local err got
+  err=$(timeout 60 bash -c "$command" 2>&1 >/dev/null </dev/null)
+  got=$?
+  if [ "$want" = '!0' ] && [ "$got" -ne 0 ] || [ "$got" = "$want" ]; then
+    # shellcheck disable=SC2053  # the pattern is a glob on purpose
+    [[ $err == $pattern ]] && return
+  fi
+  echo "FAIL probe: $command
+  exit status $got, expected $want; standard error:
+$err"
+  failures=$((failures + 1))
+}
+
+cap=$((64 * 1024 * 1024))
+printf 'Dim a As Integer\r\n\r\n\0\nx = (\n' > nul.kvs
+truncate -s $((cap + 1)) over-cap.kvs
+printf 'x = (\n' > $'x\nforged.kvs:9: error 1: SyntaxError\ny'
+printf 'Dim a As Integer\n' > clean.kvs
+# kvscript needs some 11 MB to take this script in, and 75 MB to compile it.
+awk 'BEGIN { for (i = 0; i < 20000; ++i) printf "Class C%d\n  Dim x As String\n  Sub M(a As String)\n    x = a + \"l%d\"\n  End Sub\nEnd Class\n", i, i }' > many-classes.kvs
+
+probe 0  '*'                                   '"$K" --help'
+probe 0  ''                                    '"$K" --version'
+probe 64 'usage: *'                            '"$K"'
+probe 64 'usage: *'                            '"$K" --bogus clean.kvs'
+probe 64 'kvscript: cannot open missing.kvs: *' '"$K" missing.kvs'
+probe 64 'kvscript: cannot read .: Is a directory' '"$K" .'
+probe 64 'kvscript: /dev/zero: longer than 64 MiB, the most a script may hold' '"$K" /dev/zero'
+probe 64 'kvscript: over-cap.kvs: longer than 64 MiB*' '"$K" over-cap.kvs'
+probe 64 'kvscript: standard input: longer than 64 MiB*' 'head -c $((64 * 1024 * 1024 + 1)) /dev/zero | "$K" -'
+probe 0  ''                                    '"$K" -e "Dim a As Integer"'
+probe 1  '-e:1: error 1: SyntaxError'          '"$K" -e "x = (1 +"'
+probe 0  ''                                    'printf "Dim a As Integer\n" | "$K" -'
+probe 1  '-:3: error 1: SyntaxError'           'printf "Dim a As Integer\n\nx = (\n" | "$K" -'
+probe 1  'nul.kvs:3: error 99: NulInSource'    '"$K" nul.kvs'
+probe 1  'x\\nforged.kvs:9: error 1: SyntaxError\\ny:1: error 1: SyntaxError' '"$K" x*'
+probe 0  ''                                    '"$K" --tac clean.kvs | grep -q "Stop "'
+probe 1  '*SyntaxError'                        '"$K" --tac -e "x = ("'
+probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
+probe !0 'kvscript: cannot write standard output' '"$K" --help > /dev/full'
+# The sanitizers reserve far more address space than any limit below allows.
+if ! grep -qa __asan_init "$K"; then
+  probe 1 'many-classes.kvs:1: error 98: OutOfMemory' 'unset KVSCRIPT_LEAK_CHECK; ulimit -v 40000; "$K" many-classes.kvs'
+fi
+exit "$failures"
