@@ -7,6 +7,7 @@
 #include "engine/PluginMain.h"
 #include "foundation/utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "frontend/CompileScope.h"
 #include "frontend/Miner.h"
 #include "runtime/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
@@ -155,8 +156,7 @@ FunctionDeclaration* HostFunction(string name, IRDataType const& result, void* e
 void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
   if (!module) return;
   // The declaration reader needs a compilation context of its own.
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
   long self = (long)reinterpret_cast<intptr_t>(mContext);
   for (unsigned long i = 0; i < mHostMethods.size(); ++i) {
     HostMethod const& item = mHostMethods[i];
@@ -203,7 +203,6 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
     }
     delete property;  // it only lent its name and type
   }
-  delete context;
 }
 
 Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {

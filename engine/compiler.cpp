@@ -4,6 +4,7 @@
 #include "backend/DebuggerSymbols.h"
 #include "backend/TacPrinter.h"
 #include "backend/codestorage.h"
+#include "frontend/CompileScope.h"
 #include "frontend/Miner.h"
 #include "frontend/Parser.h"
 #include "frontend/ParserError.h"
@@ -35,11 +36,6 @@ void SyntaxFilterDelegate::CompilerFailed(string message) {
     mForward->CompilerFailed(message);
 }
 
-SyntaxFilterDelegate* SharedSyntaxFilter() {
-  static SyntaxFilterDelegate sFilter(nullptr);
-  return &sFilter;
-}
-
 Compiler::Compiler() : intrinsics(kIntrinsicCount), targetFamily(-1) {}
 
 // Members go in reverse order of declaration: the debug reference, the
@@ -48,8 +44,8 @@ Compiler::~Compiler() = default;
 
 Ref<CodeModule> Compiler::Compile(char const* source) {
   Ref<CodeModule> result;
-  auto* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
+  SrcContext* context = scope.Context();
   context->options = options;
   context->options.debug = debugSymbols ? 1 : 0;
 
@@ -57,21 +53,13 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   // method or class that stands further down the text.
   bool brokenBlocks = false;
   context->rootModule = ExtractDeclarations(source, brokenBlocks, mPrefix);
-  if (brokenBlocks) {
-    SyntaxFilterDelegate* filter = SharedSyntaxFilter();
-    filter->SetForward(mDelegate);
-    context->delegate = filter;
-  } else {
-    context->delegate = mDelegate;
-  }
+  SyntaxFilterDelegate filter(mDelegate);
+  context->delegate = brokenBlocks ? &filter : mDelegate;
   context->debugSymbols = debugSymbols;
   AddCallerConstants(context->rootModule);
 
   InitLexer(source);
   int status = yyparse() | (context->hadError ? 1 : 0);
-  // The lexer's last token value points into this compilation's literal
-  // pool, which dies with the context below.
-  yylval = kNullSemBase;
   // Debug information is only worth copying from a text that parsed
   // cleanly; the copy lands with the debugger's symbol tables.
   // The whole program's three-address code, whatever the status.
@@ -85,8 +73,8 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   if (!mPrefix && context->rootModule) {
     context->rootModule->Unlink();
     delete context->rootModule;
+    context->rootModule = nullptr;
   }
-  delete context;
   return result;
 }
 

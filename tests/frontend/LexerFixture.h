@@ -8,25 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
 #include "semantic/SemBase.h"
 
-// Literals need a pool and the shared constants; the context is put away
-// after the test so that no later test reaches a deleted one.
+// Literals need a pool and the shared constants: a compilation for the
+// length of a test.
 class CompilationFixture : public ::testing::Test {
 protected:
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    InitLexer(nullptr);
-    yylval = kNullSemBase;
-    delete mContext;
-    gContext = nullptr;
-  }
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
+  SrcContext* mContext = mScope.Context();
 };
 
 inline std::string Bytes(string const& s) { return std::string(s.CString(), (size_t)s.Length()); }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
 #include "frontend/Miner.h"
 #include "frontend/Modules.h"
 #include "semantic/DeclarationTable.h"
@@ -17,8 +18,6 @@
 class ContextFixture : public ::testing::Test {
 protected:
   void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
     mContext->delegate = &mDelegate;
     RoutineTrace::Current() = &mTrace;
     gRoutineTraceHook = &RoutineTrace::Hook;
@@ -31,10 +30,6 @@ protected:
       mContext->rootModule->Unlink();
       delete mContext->rootModule;
     }
-    InitLexer(nullptr);
-    yylval = kNullSemBase;
-    delete mContext;
-    gContext = nullptr;
   }
 
   // Parses `text` in this fixture's context; with `mine`, the miner reads
@@ -93,7 +88,8 @@ protected:
     return text;
   }
 
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
+  SrcContext* mContext = mScope.Context();
   RecordingDelegate mDelegate;
   RoutineTrace mTrace;
 };

@@ -106,8 +106,7 @@ TEST_F(ContextFixture, ResetInsideAMethodRestoresItsStartingFlags) {
 }
 
 TEST(ContextPragmaTable, EveryWordByItsNumber) {
-  SrcContext context;
-  InitParserGlobals(&context);
+  CompileScope scope;
   StringMap<pragmas> const* table = PragmaTable();
   ASSERT_NE(table, nullptr);
   struct {
@@ -130,7 +129,6 @@ TEST(ContextPragmaTable, EveryWordByItsNumber) {
   EXPECT_FALSE(table->GetEntry(string("Bounds"), found));
   EXPECT_EQ(table->count, (unsigned long)kPragmaCount);
   EXPECT_EQ(PragmaTable(), table);  // one table for the process
-  gContext = nullptr;
 }
 
 }  // namespace

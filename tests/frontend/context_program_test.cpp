@@ -275,14 +275,9 @@ TEST_F(ContextFixture, ParsedProgramIsLaidOut) {
 
 // Parses in a context of its own, as a compilation does, and lets it go.
 void ParseAndDiscard(char const* text) {
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
   InitLexer(text);
   yyparse();
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  gContext = nullptr;
 }
 
 TEST(ContextLifetime, LaterCompilationsLeaveNoAllocationBehind) {

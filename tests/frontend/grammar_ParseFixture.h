@@ -14,6 +14,7 @@
 #include "engine/CompilerDelegate.h"
 #include "frontend/Parser.h"
 #include "frontend/ParserError.h"
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
 #include "semantic/InterRep.h"
@@ -153,8 +154,8 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
                               bool withDelegate = true) {
   RecordingDelegate local;
   RecordingDelegate* delegate = given ? given : &local;
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
+  SrcContext* context = scope.Context();
   context->delegate = withDelegate ? delegate : nullptr;
   ResetSymbolTables();
   RoutineTrace::Current() = trace;
@@ -166,9 +167,5 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
   if (!withDelegate && context->hadError) outcome.errors.push_back({kNoCompileError, -1});
   gRoutineTraceHook = nullptr;
   RoutineTrace::Current() = nullptr;
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  gContext = nullptr;
   return outcome;
 }

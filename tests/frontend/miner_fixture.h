@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
 #include "frontend/Miner.h"
 #include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
@@ -14,19 +15,11 @@
 
 class MinerFixture : public ::testing::Test {
 protected:
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
   void TearDown() override {
     for (ModuleDeclaration* m : mModules) {
       m->Unlink();
       delete m;
     }
-    InitLexer(nullptr);
-    yylval = kNullSemBase;
-    delete mContext;
-    gContext = nullptr;
   }
 
   ModuleDeclaration* Mine(char const* source) {
@@ -55,7 +48,7 @@ protected:
     return out;
   }
 
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
   bool mFailed = false;
   std::vector<ModuleDeclaration*> mModules;
 };

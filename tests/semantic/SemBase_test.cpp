@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "frontend/lexer.h"
 #include "semantic/InterRep.h"
@@ -317,16 +318,11 @@ TEST(TemporaryNames, EightUpperCaseHexDigits) {
 // Temporaries live in the symbol tables of a compilation.
 class TemporaryTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    InitLexer("");
-    InitParserGlobals(&mContext);
-    ResetSymbolTables();
-  }
-  void TearDown() override { gContext = nullptr; }
+  void SetUp() override { ResetSymbolTables(); }
 
   static unsigned long Number(string const& name) { return std::strtoul(name.CString(), nullptr, 16); }
 
-  SrcContext mContext;
+  CompileScope mScope;
 };
 
 TEST_F(TemporaryTest, CodeOfATypeGetsAHiddenTemporaryAsItsResult) {
@@ -363,18 +359,17 @@ TEST_F(TemporaryTest, NewTempAddsToTheListAndLeavesTheResult) {
   EXPECT_TRUE((*copy->Temporaries())[0] == (*code->Temporaries())[0]);
 }
 
-TEST_F(TemporaryTest, CounterMovesOnAndIsNeverReset) {
-  unsigned long first = Number(NextTemporaryName());
-  unsigned long second = Number(NextTemporaryName());
-  EXPECT_EQ(second, first + 1);
+TEST_F(TemporaryTest, EachCompilationCountsFromZeroAndGivesTheOuterCountBack) {
+  EXPECT_EQ(Number(NextTemporaryName()), 0u);
+  EXPECT_EQ(Number(NextTemporaryName()), 1u);
   Ref<SemBase> code = SemCode::New(IRDataType(kTypeInteger), nullptr);
-  EXPECT_EQ(Number((*code->Temporaries())[0].Name()), second + 1);
-  // A new compilation goes on counting.
-  SrcContext next;
-  InitParserGlobals(&next);
-  ResetSymbolTables();
-  EXPECT_EQ(Number(NextTemporaryName()), second + 2);
-  gContext = nullptr;
+  EXPECT_EQ(Number((*code->Temporaries())[0].Name()), 2u);
+  {
+    CompileScope inner;
+    ResetSymbolTables();
+    EXPECT_EQ(Number(NextTemporaryName()), 0u);
+  }
+  EXPECT_EQ(Number(NextTemporaryName()), 3u);
 }
 
 }  // namespace

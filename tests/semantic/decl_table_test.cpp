@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
 
@@ -39,15 +40,8 @@ constexpr int32_t kExtends = ParameterDeclaration::kDesignatorExtends;
 
 class DeclarationTableTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    delete mContext;
-    gContext = nullptr;
-  }
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
+  SrcContext* mContext = mScope.Context();
 };
 
 TEST_F(DeclarationTableTest, OverloadFiltersSelectByDesignators) {

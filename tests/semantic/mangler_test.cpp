@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
 #include "semantic/NameMangler.h"
@@ -231,20 +232,13 @@ class ManglerGrammar : public ::testing::Test {
 protected:
   // Semantic values start at the lexer's line, and string literals need a
   // pool: give them a context.
-  void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
-  }
-  void TearDown() override {
-    delete mContext;
-    gContext = nullptr;
-  }
+  CompileScope mScope;
   static Ref<SemBase> Typed(char const* name, IRDataType type) {
     Ref<SemBase> identifier = SemIdentifier::New(string(name));
     identifier->SetType(type);
     return identifier;
   }
-  SrcContext* mContext = nullptr;
+  SrcContext* mContext = mScope.Context();
 };
 
 TEST_F(ManglerGrammar, SingleValueNullTypesAndMarkers) {

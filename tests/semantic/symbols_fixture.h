@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/CompilerDelegate.h"
+#include "frontend/CompileScope.h"
 #include "frontend/ParserError.h"
 #include "frontend/SrcContext.h"
 #include "semantic/InterRep.h"
@@ -25,14 +26,8 @@ public:
 class SymbolsFixture : public ::testing::Test {
 protected:
   void SetUp() override {
-    mContext = new SrcContext;
     mContext->delegate = &mErrors;
-    InitParserGlobals(mContext);
     ResetSymbolTables();
-  }
-  void TearDown() override {
-    delete mContext;
-    gContext = nullptr;
   }
 
   static Ref<SemBase> Ident(char const* name, IRDataType type = IRDataType(kTypeInteger)) {
@@ -48,7 +43,8 @@ protected:
     return codes;
   }
 
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
+  SrcContext* mContext = mScope.Context();
   SymbolErrorRecorder mErrors;
 };
 

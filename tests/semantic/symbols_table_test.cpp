@@ -284,13 +284,14 @@ TEST_F(SymbolScopes, PopHibernatesAndTheListKeepsTheTable) {
 TEST_F(SymbolScopes, AnotherContextStartsWithFreshTables) {
   AddSymbol(Ident("old"));
   Ref<SymbolTable> oldGlobal = CurrentSymbolTable();
-  SrcContext other;
-  InitParserGlobals(&other);
-  Ref<SymbolTable> fresh = CurrentSymbolTable();
-  EXPECT_TRUE(fresh != oldGlobal);
-  EXPECT_FALSE(fresh->Lookup(string("old"), nullptr, nullptr));
-  EXPECT_EQ(CurrentSymbolTableList()->CountTables(), 1u);
-  InitParserGlobals(mContext);
+  {
+    CompileScope other;
+    Ref<SymbolTable> fresh = CurrentSymbolTable();
+    EXPECT_TRUE(fresh != oldGlobal);
+    EXPECT_FALSE(fresh->Lookup(string("old"), nullptr, nullptr));
+    EXPECT_EQ(CurrentSymbolTableList()->CountTables(), 1u);
+  }
+  EXPECT_TRUE(CurrentSymbolTable() == oldGlobal) << "the outer compilation is current again";
 }
 
 }  // namespace
