@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "engine/CompilerDelegate.h"
-#include "engine/KVScriptInterface.h"
 #include "foundation/kvassert.h"
 #include "frontend/ParserError.h"
+#include "runtime/RunState.h"
 
 // ---------------------------------------------------------------------------
 // CodeMapping
@@ -61,17 +61,20 @@ RunReadyCode::~RunReadyCode() {
 }
 
 void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
+  KV_ASSERT(!mRunning);
+  mRunning = true;
   char* saved = new char[dataLength > 0 ? dataLength : 0];
   if (dataLength > 0) memcpy(saved, data, (size_t)dataLength);
-  InitKvScriptRuntime();
-  SetRuntimeCorrespondent(correspondent);
-  if (image && image->Sealed() && image->Address()) {
-    auto start = reinterpret_cast<void (*)()>(image->Address());
-    start();
+  {
+    RunStateScope runState(correspondent);
+    if (image && image->Sealed() && image->Address()) {
+      auto start = reinterpret_cast<void (*)()>(image->Address());
+      start();
+    }
   }
-  ExitKvScriptRuntime();
   if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
   delete[] saved;
+  mRunning = false;
 }
 
 // ---------------------------------------------------------------------------

@@ -1,10 +1,13 @@
 #include "engine/KVScriptInterface.h"
 
+#include <thread>
+
 #include "backend/codestorage.h"
 #include "backend/minilinker.h"
 #include "engine/compiler.h"
 #include "engine/KVScript.h"
 #include "engine/PluginMain.h"
+#include "foundation/kvassert.h"
 #include "foundation/utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "frontend/CompileScope.h"
@@ -15,50 +18,27 @@
 #include "semantic/DeclarationTable.h"
 
 // ---------------------------------------------------------------------------
-// The run-time correspondent
+// The engine's thread
 
-static KvScriptCorrespondent* sCorrespondent = nullptr;
-RuntimeClass* mClassList = nullptr;
-
-void InitKvScriptRuntime() {
-  sCorrespondent = nullptr;
-  mClassList = nullptr;
+// Every compile and run belongs to the thread that made the first one: the
+// compiler's globals and the run state are process-wide. A check, not a
+// lock: check builds stop at the first call from another thread.
+static void AssertEngineThread() {
+#if defined(KV_CHECKS)
+  static std::thread::id const sOwner = std::this_thread::get_id();
+  KV_ASSERT(sOwner == std::this_thread::get_id());
+#endif
 }
-
-void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent) {
-  sCorrespondent = correspondent;
-}
-
-KvScriptCorrespondent* GetRuntimeCorrespondent() { return sCorrespondent; }
-
-void ExitKvScriptRuntime() {
-  while (RuntimeClass* c = mClassList) {
-    mClassList = c->mNext;
-    if (c->mName) {
-      stringStorage::RemoveReference(c->mName);
-      c->mName = nullptr;
-    }
-    FreeRuntimeClass(c);
-  }
-}
-
-// ---------------------------------------------------------------------------
-// KvScriptCorrespondent: a listener that ignores everything
-
-void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
-void KvScriptCorrespondent::Print(char const*, unsigned long) {}
-char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) { return nullptr; }
-void KvScriptCorrespondent::ScriptYield() {}
 
 // ---------------------------------------------------------------------------
 // KVScriptInterface
 
 KVScriptInterface::KVScriptInterface()
-    : mSource(nullptr), mRunning(false), mPartial(false), mCode(nullptr), mContext(nullptr) {}
+    : mSource(nullptr), mRunning(false), mPartial(false), mContext(nullptr) {}
 
 KVScriptInterface::~KVScriptInterface() {
+  KV_ASSERT(!mRunning && !mCompiling);
   delete[] mSource;
-  delete mCode;
 }
 
 void KVScriptInterface::ScriptError(RuntimeErrorCode code, unsigned long line) {
@@ -70,14 +50,12 @@ void KVScriptInterface::ScriptError(RuntimeErrorCode code, unsigned long line) {
 void KVScriptInterface::ScriptYield() {}
 
 void KVScriptInterface::ForceCompile() {
-  if (mCode) {
-    delete mCode;
-    mCode = nullptr;
-  }
+  mCode = Ref<RunReadyCode>();
+  ++mChanges;
 }
 
 void KVScriptInterface::SetSource(char const* text, unsigned long length) {
-  delete[] mSource;
+  if (mSource != mCompiling) delete[] mSource;
   mSource = nullptr;
   ForceCompile();
   mSource = new char[length + 2];
@@ -218,38 +196,58 @@ Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
   EncodeHostCallbacks(prefix);
   compiler.SetPrefix(prefix);
   compiler.SetDelegate(this);
-  Ref<CodeModule> module = compiler.Compile(mSource);
+  // The errors go to the events, whose handlers may set another source:
+  // the text under compilation stays until the compile is over.
+  char const* source = mSource;
+  mCompiling = source;
+  Ref<CodeModule> module = compiler.Compile(source);
+  mCompiling = nullptr;
+  if (mSource != source) delete[] source;
   prefix->Unlink();
   prefix->Unlock();
   return module;
 }
 
 void KVScriptInterface::Precompile() {
-  if (!mSource || mCode) return;
+  AssertEngineThread();
+  if (!mSource || mCode || mCompiling) return;
+  unsigned long changes = mChanges;
   Ref<CodeModule> module = CompileSource(nullptr);
-  if (!module) return;
+  // Whatever the compile read was changed by an event's handler meanwhile.
+  if (!module || changes != mChanges) return;
   // A name that resolves nowhere fails the link, reported like a compile
   // error; mCode then stays null and Run executes nothing.
   StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
-  mCode = MiniLink(module, table, this);
+  RunReadyCode* linked = MiniLink(module, table, this);
   delete table;
+  if (linked && changes == mChanges) mCode.BindNewObject(linked);
+  else delete linked;
 }
 
 bool KVScriptInterface::ListThreeAddressCode(string* listing) {
-  if (!mSource || !listing) return false;
+  AssertEngineThread();
+  if (!mSource || !listing || mCompiling) return false;
   *listing = string();
   return (bool)CompileSource(listing);
 }
 
 void KVScriptInterface::Run() {
+  AssertEngineThread();
+  // A second run of one image would put its data area back under the first.
+  if (mRunning) return;
   mRunning = true;
   mPartial = false;
   if (!mCode) Precompile();
-  if (mCode) mCode->Run(this);
+  // The script's call-outs may drop mCode; this reference keeps the image
+  // mapped until the script has returned.
+  Ref<RunReadyCode> running = mCode;
+  if (running) running->Run(this);
   mRunning = false;
 }
 
 bool KVScriptInterface::PartialRun(unsigned long) {
+  AssertEngineThread();
+  if (mRunning) return false;
   mRunning = true;
   mPartial = true;
   mRunning = false;

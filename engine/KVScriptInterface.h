@@ -1,13 +1,33 @@
-// The engine behind one script object, and the channel through which a
-// running script talks back.
+// The engine behind one script object.
 //
-// - KvScriptCorrespondent: what the run-time library calls (print, input,
-//   error, yield). The run in progress finds it through GetRuntimeCorrespondent.
 // - KVScriptInterface: the host-independent engine. It owns the source, the
 //   linked image and the registered host callbacks, compiles on demand and
-//   runs the image. It is the compiler's delegate as well.
+//   runs the image. It is the compiler's delegate, and the correspondent
+//   (runtime/RunState.h) through which its running script talks back.
 // - KVInterpreter: the engine bound to one host object, turning the
 //   correspondent's calls into that object's events.
+//
+// One thread uses the engine: every engine object, and every compile and
+// run, belongs to the thread that first compiled or ran a script (check
+// builds assert it), since the compiler's and the run-time's state is
+// process-wide.
+//
+// Re-entry. A running script calls out (Print, Input, host methods), and
+// the host's code may call back into any engine while it is inside:
+// - The running image lives until Run returns, whatever the call-out does:
+//   Run holds its own reference on it, so ForceCompile (SetSource,
+//   SetContext, the host callbacks) only drops the engine's reference.
+// - Run and PartialRun of an engine that is running do nothing: the image's
+//   data area is put back when a run ends, which would undo the outer run.
+// - Precompile during a run compiles the source if the image was dropped,
+//   and the new image becomes current at once; the running one still runs
+//   to its end. Unchanged, the image stays current and nothing is compiled.
+// - Another engine may compile and run in the call-out: the run state and
+//   the compiler's globals are set aside around it and given back.
+// - During a compile (an error event's handler), Precompile and
+//   ListThreeAddressCode of the same engine do nothing; SetSource leaves the
+//   text under compilation alive until that compile ends, and a compile
+//   during which ForceCompile ran keeps no image.
 //
 // Invariants:
 // - mSource is null or a private copy that ends in a line feed and a NUL.
@@ -22,22 +42,12 @@
 #include "foundation/SimpleVector.h"
 #include "foundation/string.h"
 #include "frontend/ParserError.h"
+#include "runtime/RunState.h"
 
 class CodeModule;
 class RunReadyCode;
 class ModuleDeclaration;
-struct RuntimeClass;
 struct VELDobjectStruct;
-
-// What the run-time library reports through ScriptError. Only these values
-// mean anything; others may arrive and are treated like any other error.
-enum RuntimeErrorCode {
-  kRuntimeErrorUnhandledException = 2,
-  kRuntimeErrorStackOverflow = 6,
-  kRuntimeErrorStackLimit = 7,
-  kRuntimeErrorOutOfBounds = 9,
-  kRuntimeErrorOutOfMemory = 10,
-};
 
 // The State of a host script object.
 enum ScriptState {
@@ -45,21 +55,6 @@ enum ScriptState {
   ScriptStateRunning = 1,
   ScriptStateComplete = 2,
   ScriptStateError = 3,
-};
-
-class KvScriptCorrespondent {
-public:
-  virtual void ScriptError(RuntimeErrorCode code, unsigned long line);
-  virtual void Print(char const* text, unsigned long length);
-  // A buffer from new[] for the caller to delete[], or null; without an
-  // answer *outLength is left alone.
-  virtual char* Input(char const* prompt, unsigned long length, unsigned long* outLength);
-  virtual void ScriptYield();
-
-protected:
-  // Never deleted through this base: the interface's destructors are the
-  // first ones in the table.
-  ~KvScriptCorrespondent() = default;
 };
 
 // A host function a script can call: its address and its declaration.
@@ -109,7 +104,8 @@ public:
   // The compiler's report: forwarded as (code, line) and answered true.
   bool CompilerError(CompileError error) override;
 
-  // Deletes the image, so the next Run or Precompile compiles again.
+  // Drops the engine's reference on the image, so the next Run or
+  // Precompile compiles again; a run under way keeps its own.
   void ForceCompile();
   // Adds every registered host method and property to `module` as
   // functions. Its body needs the declaration parser, which the engine does
@@ -121,8 +117,10 @@ public:
   bool ListThreeAddressCode(string* listing);
 
   char const* Source() const { return mSource; }
-  RunReadyCode* Code() const { return mCode; }
+  RunReadyCode* Code() const { return mCode.Get(); }
   void const* Context() const { return mContext; }
+  // True while Run is inside: the guard against re-entry, which no host
+  // property can clear.
   bool IsRunning() const { return mRunning; }
   bool IsPartial() const { return mPartial; }
   SimpleVector<HostMethod> const& HostMethods() const { return mHostMethods; }
@@ -132,12 +130,19 @@ protected:
   char* mSource;
   bool mRunning;
   bool mPartial;
-  RunReadyCode* mCode;
+  Ref<RunReadyCode> mCode;
   void const* mContext;
   SimpleVector<HostMethod> mHostMethods;
   SimpleVector<HostProperty> mHostProperties;
 
 private:
+  // The text that the compile under way reads, or null: SetSource leaves
+  // it for that compile to free.
+  char const* mCompiling = nullptr;
+  // Counts ForceCompile calls, so that a compile can tell that what it
+  // read was changed under it.
+  unsigned long mChanges = 0;
+
   // One compile of mSource with the library's and the host's declarations
   // in front; the module, or null after errors (reported to the events).
   Ref<CodeModule> CompileSource(string* listing);
@@ -175,12 +180,3 @@ public:
 private:
   void SetOwnerState(long state);
 };
-
-// The run in progress: who hears it, and the classes it has built. Both
-// describe the one script executing now.
-void InitKvScriptRuntime();
-void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent);
-KvScriptCorrespondent* GetRuntimeCorrespondent();
-// Frees every class of the run, head first, releasing each name. Safe to
-// call twice: the second pass finds the list empty.
-void ExitKvScriptRuntime();

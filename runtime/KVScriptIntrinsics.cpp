@@ -1,7 +1,7 @@
 #include "runtime/KVScriptIntrinsics.h"
 
-#include "engine/KVScriptInterface.h"
 #include "runtime/MathRuntime.h"
+#include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/commonColorFunctions.h"
 #include "runtime/RuntimeStringFoundation.h"
@@ -216,11 +216,9 @@ void UnhandledException(RuntimeObject*) {
 }
 
 void RuntimeYield() {
-  KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent();
-  RuntimeClass* classes = mClassList;
-  if (correspondent) correspondent->ScriptYield();
-  SetRuntimeCorrespondent(correspondent);
-  mClassList = classes;
+  RunState kept = CurrentRunState();
+  if (kept.correspondent) kept.correspondent->ScriptYield();
+  RestoreRunState(kept);
 }
 
 // ---------------------------------------------------------------------------
