@@ -102,7 +102,7 @@ ReentryCase const kReentryCases[] = {
     {"SetSource", kSetSource, true, ScriptStateComplete, kSameImage},
     {"SetContext", kSetContext, true, ScriptStateComplete, kSameImage},
     {"Reset", kReset, false, ScriptStateIdle, kSameImage},
-    // Reset clears State, which was once the only guard.
+    // Reset clears State, so the guard must not rest on it.
     {"ResetThenSetSource", kResetThenSetSource, true, ScriptStateIdle, kSameImage},
     {"Precompile", kPrecompile, false, ScriptStateComplete, kSameImage},
     {"RunSelf", kRunSelf, true, ScriptStateComplete, kSameImage},
