@@ -5,10 +5,10 @@
 
 #include <cstring>
 
-#include "diag/CompilerDelegate.h"
-#include "runtime/RunState.h"
-#include "foundation/KvAssert.h"
 #include "diag/CompileError.h"
+#include "diag/CompilerDelegate.h"
+#include "foundation/KvAssert.h"
+#include "runtime/RunState.h"
 
 // ---------------------------------------------------------------------------
 // CodeMapping
@@ -61,17 +61,20 @@ RunReadyCode::~RunReadyCode() {
 }
 
 void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
+  KV_ASSERT(!mRunning);
+  mRunning = true;
   char* saved = new char[dataLength > 0 ? dataLength : 0];
   if (dataLength > 0) memcpy(saved, data, (size_t)dataLength);
-  InitKvScriptRuntime();
-  SetRuntimeCorrespondent(correspondent);
-  if (image && image->Sealed() && image->Address()) {
-    auto start = reinterpret_cast<void (*)()>(image->Address());
-    start();
+  {
+    RunStateScope runState(correspondent);
+    if (image && image->Sealed() && image->Address()) {
+      auto start = reinterpret_cast<void (*)()>(image->Address());
+      start();
+    }
   }
-  ExitKvScriptRuntime();
   if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
   delete[] saved;
+  mRunning = false;
 }
 
 // ---------------------------------------------------------------------------

@@ -15,6 +15,9 @@
 //   the code holds their raw addresses.
 // - Run saves the data area before the script runs and puts it back after,
 //   so every run starts from the data the linker laid down.
+// - Run sets the run state up for its script and gives the one it found
+//   back (RunStateScope, runtime/RunState.h), so another image may run
+//   from inside the script's call-outs.
 // - A name that resolves nowhere never becomes an address: the link fails.
 #pragma once
 
@@ -92,8 +95,10 @@ public:
   RunReadyCode(RunReadyCode const&) = delete;
   RunReadyCode& operator=(RunReadyCode const&) = delete;
 
-  // Runs the image with `correspondent` hearing what the script says. Not
-  // re-entrant: an overlapping run would restore the other's data.
+  // Runs the image with `correspondent` hearing what the script says. The
+  // caller keeps the image alive until Run returns, whatever the script's
+  // call-outs do. Not re-entrant: an overlapping run of one image would put
+  // its data back under the other (check builds stop there).
   void Run(KvScriptCorrespondent* correspondent);
 
   // Where the code runs from; null for an image without executable code.
@@ -104,6 +109,9 @@ public:
   Ref<FunctionBlock> code;
   SimpleVector<string> strings;
   CodeMapping* image;
+
+private:
+  bool mRunning = false;
 };
 
 // Links `module` against `table` (link name to address). Null when the link

@@ -2,8 +2,9 @@
 
 #include "backend/CGIA32.h"
 #include "backend/DebuggerSymbols.h"
-#include "ir/TacPrinter.h"
 #include "backend/CodeStorage.h"
+#include "frontend/CompileScope.h"
+#include "ir/TacPrinter.h"
 #include "frontend/Miner.h"
 #include "codebuild/Directives.h"
 #include "grammar/Parser.h"
@@ -36,11 +37,6 @@ void SyntaxFilterDelegate::CompilerFailed(string message) {
     mForward->CompilerFailed(message);
 }
 
-SyntaxFilterDelegate* SharedSyntaxFilter() {
-  static SyntaxFilterDelegate sFilter(nullptr);
-  return &sFilter;
-}
-
 Compiler::Compiler() : intrinsics(kIntrinsicFunctionCount), targetFamily(-1) {}
 
 // Members go in reverse order of declaration: the debug reference, the
@@ -49,24 +45,18 @@ Compiler::~Compiler() = default;
 
 namespace {
 
-// Ends a compilation however it ends, an allocation failure unwinding
-// through it included, and leaves no global leading into what it freed.
-struct CompilationScope {
+// A root module that the miner made for want of a prefix belongs to the
+// compilation, and goes with it however it ends, an allocation failure
+// unwinding through it included; a prefix stays with the caller.
+struct RootModuleGuard {
   SrcContext* context;
-  // A root module that the miner made for want of a prefix belongs to the
-  // compilation; a prefix stays with the caller.
-  bool ownsRoot;
+  bool owned;
 
-  ~CompilationScope() {
-    // The lexer's last token value points into the context's literal pool.
-    yylval = kNullSemBase;
-    SharedSyntaxFilter()->SetForward(nullptr);
-    if (ownsRoot && context->rootModule) {
-      context->rootModule->Unlink();
-      delete context->rootModule;
-    }
-    delete context;
-    gContext = nullptr;
+  ~RootModuleGuard() {
+    if (!owned || !context->rootModule) return;
+    context->rootModule->Unlink();
+    delete context->rootModule;
+    context->rootModule = nullptr;
   }
 };
 
@@ -74,9 +64,10 @@ struct CompilationScope {
 
 Ref<CodeModule> Compiler::Compile(char const* source) {
   Ref<CodeModule> result;
-  CompilationScope scope{new SrcContext, mPrefix == nullptr};
-  SrcContext* context = scope.context;
-  InitParserGlobals(context);
+  CompileScope scope;
+  SrcContext* context = scope.Context();
+  // Declared after the scope, so it runs before the scope deletes the context.
+  RootModuleGuard root{context, mPrefix == nullptr};
   context->options = options;
   context->options.debug = debugSymbols ? 1 : 0;
 
@@ -84,13 +75,8 @@ Ref<CodeModule> Compiler::Compile(char const* source) {
   // method or class that stands further down the text.
   bool brokenBlocks = false;
   context->rootModule = ExtractDeclarations(source, brokenBlocks, mPrefix);
-  if (brokenBlocks) {
-    SyntaxFilterDelegate* filter = SharedSyntaxFilter();
-    filter->SetForward(mDelegate);
-    context->delegate = filter;
-  } else {
-    context->delegate = mDelegate;
-  }
+  SyntaxFilterDelegate filter(mDelegate);
+  context->delegate = brokenBlocks ? &filter : mDelegate;
   context->debugSymbols = debugSymbols;
   AddCallerConstants(context->rootModule);
 

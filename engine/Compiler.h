@@ -3,8 +3,10 @@
 // errors and progress through a CompilerDelegate. It knows nothing of hosts,
 // events or linking.
 //
-// One compilation at a time per process: the lexer, the parser's globals,
-// gContext and the shared filter delegate are process-wide.
+// The lexer, the parser's globals and gContext are process-wide: each
+// Compile holds them through a CompileScope for its length, so a compile
+// may start inside another (from the outer one's error report) and leaves
+// nothing behind that points into it. One thread compiles.
 #pragma once
 
 #include <cstdint>
@@ -86,6 +88,3 @@ public:
   // Null means that no debug information is wanted.
   Ref<DebuggerSymbols> debugSymbols;
 };
-
-// The shared filter: one object for the process, made at first use.
-SyntaxFilterDelegate* SharedSyntaxFilter();

@@ -100,20 +100,39 @@ void KvScriptInstallRuntime(KvScriptData* data) {
     data->interpreter->RegisterHostMethod(Resolver(row.entryName), false, row.declaration);
 }
 
+// Whether the object's script is on the stack: the engine's own flag,
+// which neither Reset nor the host's write to State can clear.
+static bool ScriptIsRunning(KvScriptData* data) {
+  return data->interpreter && data->interpreter->IsRunning();
+}
+
+// Setting Source or Context is refused while a run is under way, or after
+// a PartialRun until Reset or Run.
+static bool RefusedWhileRunning(KvScriptData* data) {
+  if (data->State != ScriptStateRunning && !ScriptIsRunning(data)) return false;
+  ThrowScriptRunningException();
+  return true;
+}
+
 void KvScriptReset(VELDobjectStruct* object) { KvScriptDataOf(object)->State = ScriptStateIdle; }
 
 void KvScriptRun(VELDobjectStruct* object) {
   KvScriptData* data = KvScriptDataOf(object);
   if (!data->interpreter) return;
+  if (ScriptIsRunning(data)) return ThrowScriptRunningException();
   if (data->State != ScriptStateIdle) KvScriptReset(object);
+  // A handler may let go of the object: it lives until its run is over.
+  VELDLockObject(object);
   data->State = ScriptStateRunning;
   data->interpreter->Run();
   if (data->State == ScriptStateRunning) data->State = ScriptStateComplete;
+  VELDUnlockObject(object);
 }
 
 void KvScriptPartialRun(VELDobjectStruct* object, long milliseconds) {
   KvScriptData* data = KvScriptDataOf(object);
   if (!data->interpreter) return;
+  if (ScriptIsRunning(data)) return ThrowScriptRunningException();
   if (data->State == ScriptStateRunning || data->State == ScriptStateError) KvScriptReset(object);
   data->State = ScriptStateRunning;
   bool finished = data->interpreter->PartialRun((unsigned long)milliseconds);
@@ -132,10 +151,7 @@ void ThrowScriptRunningException() {
 
 void KvScriptSetSource(VELDobjectStruct* object, long, VELDstringStruct* value) {
   KvScriptData* data = KvScriptDataOf(object);
-  if (data->State == ScriptStateRunning) {
-    ThrowScriptRunningException();
-    return;
-  }
+  if (RefusedWhileRunning(data)) return;
   if (data->State != ScriptStateIdle) KvScriptReset(object);
   if (data->Source) VELDUnlockString(data->Source);
   data->Source = VELDConvertString(value, kEncodingUTF8);
@@ -175,10 +191,7 @@ static void RegisterContextMembers(KVInterpreter* interpreter, VELDclassRefStruc
 
 void KvScriptSetContext(VELDobjectStruct* object, long, VELDobjectStruct* value) {
   KvScriptData* data = KvScriptDataOf(object);
-  if (data->State == ScriptStateRunning) {
-    ThrowScriptRunningException();
-    return;
-  }
+  if (RefusedWhileRunning(data)) return;
   // Lock before unlocking, so setting the same object again keeps it alive.
   if (value) VELDLockObject(value);
   if (data->Context) VELDUnlockObject(data->Context);

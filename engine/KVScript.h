@@ -8,6 +8,17 @@
 //   layout is pinned below and the property rows take their offsets from it.
 // - Each string or object field holds one lock of its own.
 // - State moves only as the script state table says (ScriptState).
+//
+// Re-entry: from an event handler of a running script, or a host method
+// that it calls,
+// - setting Source or Context, Run and PartialRun of the same object raise
+//   KvScriptAlreadyRunningException and change nothing;
+// - Reset sets State to 0; the run goes on to its end and State stays 0;
+// - Precompile does nothing, since the running image is current;
+// - any other KvScript object may be set up, compiled and run;
+// - the object itself may be let go: Run holds a lock until it returns.
+// The guard is the engine's own running flag, so Reset does not lift it.
+// One thread uses these classes (see engine/KVScriptInterface.h).
 #pragma once
 
 #include <cstddef>

@@ -1,15 +1,19 @@
 #include "engine/KVScriptInterface.h"
 
-#include "backend/CodeStorage.h"
-#include "backend/MiniLinker.h"
-#include "engine/Compiler.h"
 #include <cstring>
 #include <memory>
 #include <new>
+#include <thread>
+
+#include "backend/CodeStorage.h"
+#include "backend/MiniLinker.h"
+#include "engine/Compiler.h"
 #include "engine/KVScript.h"
 #include "engine/PluginMain.h"
+#include "foundation/KvAssert.h"
 #include "foundation/Utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "frontend/CompileScope.h"
 #include "frontend/Miner.h"
 #include "ir/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
@@ -18,20 +22,32 @@
 #include "semantic/DeclarationTable.h"
 
 // ---------------------------------------------------------------------------
+// The engine's thread
+
+// Every compile and run belongs to the thread that made the first one: the
+// compiler's globals and the run state are process-wide. A check, not a
+// lock: check builds stop at the first call from another thread.
+static void AssertEngineThread() {
+#if defined(KV_CHECKS)
+  static std::thread::id const sOwner = std::this_thread::get_id();
+  KV_ASSERT(sOwner == std::this_thread::get_id());
+#endif
+}
+
+// ---------------------------------------------------------------------------
 // KVScriptInterface
 
 KVScriptInterface::KVScriptInterface()
     : mSource(nullptr),
       mRunning(false),
       mPartial(false),
-      mCode(nullptr),
       mContext(nullptr),
       mSourceFault(kNoCompileError),
       mSourceFaultLine(0) {}
 
 KVScriptInterface::~KVScriptInterface() {
+  KV_ASSERT(!mRunning && !mCompiling);
   ReleaseSource();
-  delete mCode;
 }
 
 void KVScriptInterface::ScriptError(RuntimeErrorCode code, unsigned long line) {
@@ -43,10 +59,8 @@ void KVScriptInterface::ScriptError(RuntimeErrorCode code, unsigned long line) {
 void KVScriptInterface::ScriptYield() {}
 
 void KVScriptInterface::ForceCompile() {
-  if (mCode) {
-    delete mCode;
-    mCode = nullptr;
-  }
+  mCode = Ref<RunReadyCode>();
+  ++mChanges;
 }
 
 namespace {
@@ -67,8 +81,9 @@ unsigned long LineOf(char const* text, char const* at) {
 
 }  // namespace
 
+// The text that a compile under way reads stays for that compile to free.
 void KVScriptInterface::ReleaseSource() {
-  if (mSource != sNoSource) delete[] mSource;
+  if (mSource != sNoSource && mSource != mCompiling) delete[] mSource;
   mSource = nullptr;
 }
 
@@ -85,20 +100,21 @@ void KVScriptInterface::SetSource(char const* text, unsigned long length) {
   }
   // The copy is the biggest block a compile asks for; without the room for
   // it the host hears so from the compile, as it hears of any other fault.
-  mSource = new (std::nothrow) char[length + 2];
-  if (!mSource) {
+  char* copy = new (std::nothrow) char[length + 2];
+  if (!copy) {
     mSourceFault = OutOfMemory;
     mSource = sNoSource;
     return;
   }
-  if (length > 0) memcpy(mSource, text, length);
+  if (length > 0) memcpy(copy, text, length);
   // The lexer relies on every line, the last one included, ending in a line feed.
-  mSource[length] = '\n';
-  mSource[length + 1] = 0;
+  copy[length] = '\n';
+  copy[length + 1] = 0;
+  mSource = copy;
   // The lexer would take a NUL for the end and drop the rest unread.
-  if (auto const* nul = static_cast<char const*>(memchr(mSource, 0, length))) {
+  if (auto const* nul = static_cast<char const*>(memchr(copy, 0, length))) {
     mSourceFault = NulInSource;
-    mSourceFaultLine = LineOf(mSource, nul);
+    mSourceFaultLine = LineOf(copy, nul);
   }
 }
 
@@ -166,8 +182,7 @@ FunctionDeclaration* HostFunction(string name, IRDataType const& result, void* e
 void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
   if (!module) return;
   // The declaration reader needs a compilation context of its own.
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
   long self = (long)reinterpret_cast<intptr_t>(mContext);
   for (unsigned long i = 0; i < mHostMethods.size(); ++i) {
     HostMethod const& item = mHostMethods[i];
@@ -214,7 +229,6 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
     }
     delete property;  // it only lent its name and type
   }
-  delete context;
 }
 
 Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
@@ -240,7 +254,19 @@ Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
   EncodeHostCallbacks(prefix.module);
   compiler.SetPrefix(prefix.module);
   compiler.SetDelegate(this);
-  return compiler.Compile(mSource);
+  // The errors go to the events, whose handlers may set another source:
+  // the text under compilation stays until the compile is over, on every
+  // path out of it.
+  struct CompilingText {
+    KVScriptInterface* engine;
+    char* source;
+    ~CompilingText() {
+      engine->mCompiling = nullptr;
+      if (engine->mSource != source && source != sNoSource) delete[] source;
+    }
+  } text{this, mSource};
+  mCompiling = mSource;
+  return compiler.Compile(text.source);
 }
 
 // A host must never see a C++ exception. The engine throws none of its
@@ -249,21 +275,27 @@ Ref<CodeModule> KVScriptInterface::CompileSource(string* listing) {
 // The compilation's scopes free what it built on the way out, so the report
 // finds memory again.
 void KVScriptInterface::Precompile() {
-  if (!mSource || mCode) return;
+  AssertEngineThread();
+  if (!mSource || mCode || mCompiling) return;
   try {
+    unsigned long changes = mChanges;
     Ref<CodeModule> module = CompileSource(nullptr);
-    if (!module) return;
+    // Whatever the compile read was changed by an event's handler meanwhile.
+    if (!module || changes != mChanges) return;
     // A name that resolves nowhere fails the link, reported like a compile
     // error; mCode then stays null and Run executes nothing.
     std::unique_ptr<StringMap<void*>> table(MakeKvScriptRuntimeFunctionTable());
-    mCode = MiniLink(module, table.get(), this);
+    RunReadyCode* linked = MiniLink(module, table.get(), this);
+    if (linked && changes == mChanges) mCode.BindNewObject(linked);
+    else delete linked;
   } catch (std::bad_alloc const&) {
     CompilerError(OutOfMemory, 0);
   }
 }
 
 bool KVScriptInterface::ListThreeAddressCode(string* listing) {
-  if (!mSource || !listing) return false;
+  AssertEngineThread();
+  if (!mSource || !listing || mCompiling) return false;
   *listing = string();
   try {
     return (bool)CompileSource(listing);
@@ -274,14 +306,22 @@ bool KVScriptInterface::ListThreeAddressCode(string* listing) {
 }
 
 void KVScriptInterface::Run() {
+  AssertEngineThread();
+  // A second run of one image would put its data area back under the first.
+  if (mRunning) return;
   mRunning = true;
   mPartial = false;
   if (!mCode) Precompile();
-  if (mCode) mCode->Run(this);
+  // The script's call-outs may drop mCode; this reference keeps the image
+  // mapped until the script has returned.
+  Ref<RunReadyCode> running = mCode;
+  if (running) running->Run(this);
   mRunning = false;
 }
 
 bool KVScriptInterface::PartialRun(unsigned long) {
+  AssertEngineThread();
+  if (mRunning) return false;
   mRunning = true;
   mPartial = true;
   mRunning = false;

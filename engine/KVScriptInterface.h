@@ -1,13 +1,35 @@
-// The engine behind one script object, and the channel through which a
-// running script talks back.
+// The engine behind one script object.
 //
 // - KvScriptCorrespondent (runtime/RunState.h): what the run-time library
 //   calls (print, input, error, yield).
 // - KVScriptInterface: the host-independent engine. It owns the source, the
 //   linked image and the registered host callbacks, compiles on demand and
-//   runs the image. It is the compiler's delegate as well.
+//   runs the image. It is the compiler's delegate, and the correspondent
+//   (runtime/RunState.h) through which its running script talks back.
 // - KVInterpreter: the engine bound to one host object, turning the
 //   correspondent's calls into that object's events.
+//
+// One thread uses the engine: every engine object, and every compile and
+// run, belongs to the thread that first compiled or ran a script (check
+// builds assert it), since the compiler's and the run-time's state is
+// process-wide.
+//
+// Re-entry. A running script calls out (Print, Input, host methods), and
+// the host's code may call back into any engine while it is inside:
+// - The running image lives until Run returns, whatever the call-out does:
+//   Run holds its own reference on it, so ForceCompile (SetSource,
+//   SetContext, the host callbacks) only drops the engine's reference.
+// - Run and PartialRun of an engine that is running do nothing: the image's
+//   data area is put back when a run ends, which would undo the outer run.
+// - Precompile during a run compiles the source if the image was dropped,
+//   and the new image becomes current at once; the running one still runs
+//   to its end. Unchanged, the image stays current and nothing is compiled.
+// - Another engine may compile and run in the call-out: the run state and
+//   the compiler's globals are set aside around it and given back.
+// - During a compile (an error event's handler), Precompile and
+//   ListThreeAddressCode of the same engine do nothing; SetSource leaves the
+//   text under compilation alive until that compile ends, and a compile
+//   during which ForceCompile ran keeps no image.
 //
 // Invariants:
 // - mSource is null, or text that ends in a line feed and a NUL: a private
@@ -24,14 +46,13 @@
 #include "engine/EngineAPI.h"
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
-#include "foundation/String.h"
 #include "diag/CompileError.h"
+#include "foundation/String.h"
 #include "runtime/RunState.h"
 
 class CodeModule;
 class RunReadyCode;
 class ModuleDeclaration;
-struct RuntimeClass;
 struct VELDobjectStruct;
 
 // A host function a script can call: its address and its declaration.
@@ -84,7 +105,8 @@ public:
   // The compiler's report: forwarded as (code, line) and answered true.
   bool CompilerError(CompileError error) override;
 
-  // Deletes the image, so the next Run or Precompile compiles again.
+  // Drops the engine's reference on the image, so the next Run or
+  // Precompile compiles again; a run under way keeps its own.
   void ForceCompile();
   // Adds every registered host method and property to `module` as
   // functions. Its body needs the declaration parser, which the engine does
@@ -96,8 +118,10 @@ public:
   bool ListThreeAddressCode(string* listing);
 
   char const* Source() const { return mSource; }
-  RunReadyCode* Code() const { return mCode; }
+  RunReadyCode* Code() const { return mCode.Get(); }
   void const* Context() const { return mContext; }
+  // True while Run is inside: the guard against re-entry, which no host
+  // property can clear.
   bool IsRunning() const { return mRunning; }
   bool IsPartial() const { return mPartial; }
   SimpleVector<HostMethod> const& HostMethods() const { return mHostMethods; }
@@ -107,7 +131,7 @@ protected:
   char* mSource;
   bool mRunning;
   bool mPartial;
-  RunReadyCode* mCode;
+  Ref<RunReadyCode> mCode;
   void const* mContext;
   SimpleVector<HostMethod> mHostMethods;
   SimpleVector<HostProperty> mHostProperties;
@@ -118,6 +142,13 @@ protected:
 
 private:
   void ReleaseSource();
+  // The text that the compile under way reads, or null: SetSource leaves
+  // it for that compile to free.
+  char const* mCompiling = nullptr;
+  // Counts ForceCompile calls, so that a compile can tell that what it
+  // read was changed under it.
+  unsigned long mChanges = 0;
+
   // One compile of mSource with the library's and the host's declarations
   // in front; the module, or null after errors (reported to the events).
   Ref<CodeModule> CompileSource(string* listing);

@@ -621,6 +621,16 @@ LexerState SaveLexerState() { return sState; }
 
 void RestoreLexerState(LexerState const& state) { sState = state; }
 
+LexerRun SaveLexerRun() { return LexerRun{line, sState, sTotalLinesInBuffer, sLocation, yylval}; }
+
+void RestoreLexerRun(LexerRun const& run) {
+  line = run.source;
+  sState = run.state;
+  sTotalLinesInBuffer = run.totalLines;
+  sLocation = run.location;
+  yylval = run.value;
+}
+
 SourceLocation CurrentTokenLocation() { return sLocation; }
 
 void SkipConditionallyCompiledLines(bool stopAtEndifOnly) {

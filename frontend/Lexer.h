@@ -3,8 +3,9 @@
 // InitLexer. Token numbers are in frontend/tokens.h.
 //
 // Invariants:
-// - All lexer state is process-global: one run at a time. The source is
-//   never copied, so the caller's buffer must outlive the run.
+// - All lexer state is process-global: one run at a time, and a run set
+//   aside (SaveLexerRun) goes on where it stopped once given back. The
+//   source is never copied, so the caller's buffer must outlive the run.
 // - The state record is a plain value; saving and restoring it gives back a
 //   token (a look at the next token costs nothing else).
 // - A token's value is in yylval: kNullSemBase for tokens without one, so a
@@ -63,5 +64,18 @@ int lexer_strcmpi(char const* a, char const* b);
 // For readers that look ahead: the place of the lexer, to give tokens back.
 LexerState SaveLexerState();
 void RestoreLexerState(LexerState const& state);
+
+// Everything the lexer holds of one run: the text, the place in it and the
+// latest token's value and location. A compile set aside for another one
+// (see CompileScope) gets its run back whole.
+struct LexerRun {
+  char const* source;
+  LexerState state;
+  int totalLines;
+  SourceLocation location;
+  Ref<SemBase> value;
+};
+LexerRun SaveLexerRun();
+void RestoreLexerRun(LexerRun const& run);
 // Where the latest token stands.
 SourceLocation CurrentTokenLocation();

@@ -6,12 +6,10 @@
 // SetCurrentContext sets together with gContext.
 //
 // Invariants:
-// - One compilation at a time per process: gContext, the lexer and yylval
-//   are plain globals.
-// - Compiler::Compile clears gContext as its compilation ends, however it
-//   ends. A context made only to read declarations leaves it dangling until
-//   the next InitParserGlobals: nothing may reach through it between
-//   compilations.
+// - gContext, the lexer and yylval are plain globals: one compilation is
+//   current at a time. A CompileScope (frontend/CompileScope.h) owns the
+//   context of each compilation, makes it current and, when it ends, gives
+//   back the one it found: null between compilations, never a deleted one.
 // - hadError, once set by an Error routine, stays set until the context dies.
 // - The shared values of the process (the type identifiers of BasicType, the
 //   pragma table, the constant addresses of the three-address code and the
@@ -126,7 +124,8 @@ void PopPragmas();
 void ResetPragmas();
 
 // Makes `context` the current compilation; the first call of the process
-// also makes the shared values (see the invariants above).
+// also makes the shared values (see the invariants above). CompileScope's
+// business: elsewhere nothing would give the previous context back.
 void InitParserGlobals(SrcContext* context);
 
 // The type nonterminals: each yields a SemIdentifier carrying the type.

@@ -37,11 +37,12 @@
 #include "codebuild/NameLookup.h"
 #include "codebuild/Program.h"
 #include "codebuild/Statements.h"
-#include "grammar/Parser.h"
 #include "diag/CompileError.h"
+#include "foundation/KvAssert.h"
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 #include "frontend/Tokens.h"
+#include "grammar/Parser.h"
 #include "semantic/SymbolTable.h"
 #include "semantic/SemBase.h"
 
@@ -72,28 +73,36 @@ static char const* ParserMessage(char const* bisonText) {
 // counted handle, and so it refuses to grow at all when the value type is no
 // plain C type. yyoverflow is its hook for growing them another way: here
 // into vectors, whose handles are copied as handles. The first stacks are
-// Bison's arrays on the C stack; grown ones live in the vectors until
-// yyparse returns. At the limit the hook gives up through YYNOMEM, which
+// Bison's arrays on the C stack; grown ones live in vectors that belong to
+// the yyparse call under way (a parse inside another has its own) and go
+// when it returns. At the limit the hook gives up through YYNOMEM, which
 // reports "parser stack overflow" and makes yyparse return 2.
 template <typename State>
-static std::vector<State>& GrownStates() {
-  static std::vector<State> sStates;
-  return sStates;
+struct GrownStacks {
+  std::vector<State> states;
+  std::vector<Ref<SemBase>> values;
+};
+// The grown stacks of the innermost parse under way, or null.
+template <typename State>
+static GrownStacks<State>*& CurrentGrownStacks() {
+  static GrownStacks<State>* sCurrent = nullptr;
+  return sCurrent;
 }
-static std::vector<Ref<SemBase>> sGrownValues;
 
 template <typename State, typename Size>
 static bool GrowParserStacks(State** states, Ref<SemBase>** values, Size used, Size* capacity) {
+  GrownStacks<State>* grownStacks = CurrentGrownStacks<State>();
+  KV_ASSERT(grownStacks);
   if (*capacity >= YYMAXDEPTH) return false;
   Size grown = *capacity * 2 < YYMAXDEPTH ? *capacity * 2 : YYMAXDEPTH;
   std::vector<State> newStates(*states, *states + used);
   newStates.resize((size_t)grown);
   std::vector<Ref<SemBase>> newValues(*values, *values + used);
   newValues.resize((size_t)grown);
-  GrownStates<State>().swap(newStates);
-  sGrownValues.swap(newValues);
-  *states = GrownStates<State>().data();
-  *values = sGrownValues.data();
+  grownStacks->states.swap(newStates);
+  grownStacks->values.swap(newValues);
+  *states = grownStacks->states.data();
+  *values = grownStacks->values.data();
   *capacity = grown;
   return true;
 }
@@ -1288,12 +1297,26 @@ static int yylex() {
 #undef yyparse
 
 // Bison's C parser leaves the global yynerrs as the previous parse left it.
+// A parse can start inside another (a compile run from a handler of the
+// outer compile's error event): it gets stacks of its own, and gives the
+// outer parse back its look-ahead and error count, which Bison keeps in
+// globals and reads again after the action that started the inner parse.
 int yyparse() {
+  GrownStacks<yy_state_t> stacks;
+  GrownStacks<yy_state_t>* outer = CurrentGrownStacks<yy_state_t>();
+  int outerLookahead = yychar;
+  int outerErrors = yynerrs;
+  Ref<SemBase> outerValue = gParserLookaheadValue;
+  CurrentGrownStacks<yy_state_t>() = &stacks;
   yynerrs = 0;
   int result = RunParserTables();
-  std::vector<yy_state_t>().swap(GrownStates<yy_state_t>());
-  std::vector<Ref<SemBase>>().swap(sGrownValues);
+  CurrentGrownStacks<yy_state_t>() = outer;
   gParserLookaheadValue = Ref<SemBase>();
+  if (outer) {
+    yychar = outerLookahead;
+    yynerrs = outerErrors;
+    gParserLookaheadValue = outerValue;
+  }
   return result;
 }
 

@@ -3,8 +3,11 @@
 // program is built by the time it returns; there is no syntax tree.
 //
 // Invariants:
-// - One parse at a time per process: the globals below are shared with the
-//   lexer and the compile routines.
+// - The globals below are shared with the lexer and the compile routines,
+//   so one parse runs at a time; a parse started from inside another's
+//   action (a compile started by an error event's handler) gives the outer
+//   parse back its look-ahead and error count, and CompileScope gives back
+//   the rest of its compilation.
 // - A syntax error ends the parse (there is no recovery); semantic errors do
 //   not, and are counted by the context's error flag, not by yynerrs.
 #pragma once

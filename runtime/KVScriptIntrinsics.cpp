@@ -3,6 +3,7 @@
 #include "ir/Intrinsics.h"
 #include "runtime/RunState.h"
 #include "runtime/MathRuntime.h"
+#include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/ColorFunctions.h"
 #include "runtime/RuntimeStringFoundation.h"
@@ -101,11 +102,9 @@ void UnhandledException(RuntimeObject*) {
 }
 
 void RuntimeYield() {
-  KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent();
-  RuntimeClass* classes = mClassList;
-  if (correspondent) correspondent->ScriptYield();
-  SetRuntimeCorrespondent(correspondent);
-  mClassList = classes;
+  RunState kept = CurrentRunState();
+  if (kept.correspondent) kept.correspondent->ScriptYield();
+  RestoreRunState(kept);
 }
 
 // ---------------------------------------------------------------------------

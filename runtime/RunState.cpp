@@ -1,11 +1,15 @@
 #include "runtime/RunState.h"
 
+#include "foundation/String.h"
 #include "runtime/RuntimeObjectFoundation.h"
-#include "runtime/RuntimeStringFoundation.h"
-
 
 static KvScriptCorrespondent* sCorrespondent = nullptr;
 RuntimeClass* mClassList = nullptr;
+
+void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
+void KvScriptCorrespondent::Print(char const*, unsigned long) {}
+char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) { return nullptr; }
+void KvScriptCorrespondent::ScriptYield() {}
 
 void InitKvScriptRuntime() {
   sCorrespondent = nullptr;
@@ -29,11 +33,19 @@ void ExitKvScriptRuntime() {
   }
 }
 
-// ---------------------------------------------------------------------------
-// KvScriptCorrespondent: a listener that ignores everything
+RunState CurrentRunState() { return RunState{sCorrespondent, mClassList}; }
 
-void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
-void KvScriptCorrespondent::Print(char const*, unsigned long) {}
-char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) { return nullptr; }
-void KvScriptCorrespondent::ScriptYield() {}
+void RestoreRunState(RunState const& state) {
+  sCorrespondent = state.correspondent;
+  mClassList = state.classes;
+}
 
+RunStateScope::RunStateScope(KvScriptCorrespondent* correspondent) : mOuter(CurrentRunState()) {
+  InitKvScriptRuntime();
+  SetRuntimeCorrespondent(correspondent);
+}
+
+RunStateScope::~RunStateScope() {
+  ExitKvScriptRuntime();
+  RestoreRunState(mOuter);
+}

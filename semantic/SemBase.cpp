@@ -228,6 +228,12 @@ string TemporaryName(uint32_t number) {
 
 string NextTemporaryName() { return TemporaryName(sTemporaryCounter++); }
 
+uint32_t ExchangeTemporaryCounter(uint32_t next) {
+  uint32_t was = sTemporaryCounter;
+  sTemporaryCounter = next;
+  return was;
+}
+
 // Concatenation
 
 Ref<SemBase> ConcatList(Ref<SemBase> a, Ref<SemBase> b) {

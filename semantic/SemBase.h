@@ -220,9 +220,13 @@ protected:
 extern Ref<SemBase> kNullSemBase;
 
 // The name of the next temporary: eight upper-case hexadecimal digits of a
-// process-wide counter, which then moves on. The counter is never reset, so
-// later compilations continue where earlier ones stopped; it wraps at 2^32.
+// counter, which then moves on; it wraps at 2^32. Each compilation counts
+// from 0 (see CompileScope), so a text compiles to the same names whatever
+// was compiled before it.
 string NextTemporaryName();
+// Sets the counter to `next` and returns what it was, so that a compilation
+// can give back the counter it found.
+uint32_t ExchangeTemporaryCounter(uint32_t next);
 // The spelling NextTemporaryName uses for `number`.
 string TemporaryName(uint32_t number);
 

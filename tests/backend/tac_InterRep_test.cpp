@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 
 namespace {
@@ -168,8 +169,8 @@ TEST_F(TacTest, AddingACopiedLineCutsItsLink) {
 }
 
 TEST_F(TacTest, NewLabelGivesFreshIntegerLiteralsOfTheCurrentContext) {
-  SrcContext context;
-  InitParserGlobals(&context);
+  CompileScope scope;
+  SrcContext& context = *scope.Context();
   TacAddr const* l1 = NewLabel();
   TacAddr const* l2 = NewLabel();
   EXPECT_NE(l1, l2);
@@ -178,7 +179,6 @@ TEST_F(TacTest, NewLabelGivesFreshIntegerLiteralsOfTheCurrentContext) {
   EXPECT_GE(l1->GetValue().sint32, 0);
   // A label is the context's literal of its number.
   EXPECT_EQ(context.GetLiteral((long)l2->GetValue().sint32), l2);
-  SetCurrentContext(nullptr);
 }
 
 }  // namespace

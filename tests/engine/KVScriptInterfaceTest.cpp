@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <thread>
 #include <vector>
 
 #include "backend/MiniLinker.h"
@@ -20,7 +21,7 @@ namespace {
 // error slots.
 class ProbeEngine : public KVScriptInterface {
 public:
-  void PlantImage() { mCode = new RunReadyCode; }
+  void PlantImage() { mCode.BindNewObject(new RunReadyCode); }
 
   using KVScriptInterface::CompilerError;
   void CompilerError(CompileErrorCode code, unsigned long line) override {
@@ -259,6 +260,15 @@ TEST(KVScriptInterface, DefaultsOfTheBases) {
   EXPECT_EQ(0u, engine.GetStackLimit());
 }
 
+TEST(KVScriptInterfaceDeathTest, ACallFromASecondThreadStopsACheckBuild) {
+#if !defined(KV_CHECKS)
+  GTEST_SKIP() << "only check builds record the engine's thread";
+#endif
+  ProbeEngine engine;
+  engine.Run();
+  EXPECT_DEATH(std::thread([&engine] { engine.Run(); }).join(), "internal check failed");
+}
+
 // ---------------------------------------------------------------------------
 // The run-time correspondent
 
@@ -301,19 +311,19 @@ TEST(RuntimeCorrespondent, ExitFreesEveryClassAndItsNameThenFindsTheListEmpty) {
   EXPECT_EQ(before, gTotalAllocLen);
 }
 
-TEST(RuntimeCorrespondent, ARunOfAnImageStartsFromAnEmptyClassList) {
-  ProbeEngine engine;
+TEST(RuntimeCorrespondent, ARunSetsTheOuterRunStateAsideAndGivesItBack) {
+  ProbeEngine outerEngine, engine;
   InitKvScriptRuntime();
   long before = gTotalAllocLen;
   RuntimeClass* outer = MakeClass("Outer", 1, 0);
+  SetRuntimeCorrespondent(&outerEngine);
   RunReadyCode image;
   image.Run(&engine);
-  EXPECT_EQ(&engine, GetRuntimeCorrespondent());
-  EXPECT_EQ(nullptr, mClassList);
-  // The run let go of the list without freeing what was on it.
-  EXPECT_STREQ("Outer", stringStorage::CString(outer->mName));
-  stringStorage::RemoveReference(outer->mName);
-  FreeRuntimeClass(outer);
+  EXPECT_EQ(&outerEngine, GetRuntimeCorrespondent());
+  EXPECT_EQ(outer, mClassList);
+  EXPECT_STREQ("Outer", stringStorage::CString(outer->mName)) << "not freed by the inner run";
+  ExitKvScriptRuntime();
+  InitKvScriptRuntime();
   EXPECT_EQ(before, gTotalAllocLen);
 }
 

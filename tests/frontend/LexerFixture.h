@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "frontend/CompileScope.h"
+#include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
 #include "semantic/SemBase.h"
 #include "tests/frontend/compile_fixture.h"
 

@@ -13,6 +13,7 @@
 #include "diag/CompilerDelegate.h"
 #include "frontend/Miner.h"
 #include "diag/CompileError.h"
+#include "frontend/CompileScope.h"
 #include "frontend/SrcContext.h"
 #include "frontend/Lexer.h"
 #include "semantic/DeclarationTable.h"
@@ -55,8 +56,6 @@ inline std::string DescribeErrors(std::vector<ReportedError> const& errors) {
 class CompileFixture : public ::testing::Test {
 protected:
   void SetUp() override {
-    mContext = new SrcContext;
-    InitParserGlobals(mContext);
     mContext->delegate = &mDelegate;
     InitLexer("");  // new semantic values take the lexer's line
   }
@@ -66,10 +65,6 @@ protected:
       m->Unlink();
       delete m;
     }
-    InitLexer(nullptr);
-    yylval = kNullSemBase;
-    delete mContext;
-    SetCurrentContext(nullptr);
   }
 
   // The declarations of `text`, mined as a compilation does.
@@ -107,7 +102,8 @@ protected:
     return f;
   }
 
-  SrcContext* mContext = nullptr;
+  CompileScope mScope;
+  SrcContext* mContext = mScope.Context();
   RecordingDelegate mDelegate;
   bool mFailed = false;
   std::vector<ModuleDeclaration*> mModules;

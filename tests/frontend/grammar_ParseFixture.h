@@ -14,6 +14,7 @@
 #include "grammar/Parser.h"
 #include "semantic/SymbolTable.h"
 #include "tests/frontend/compile_fixture.h"
+#include "frontend/CompileScope.h"
 
 struct ParseOutcome {
   int result = -1;
@@ -121,8 +122,8 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
                               bool withDelegate = true) {
   RecordingDelegate local;
   RecordingDelegate* delegate = given ? given : &local;
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
+  SrcContext* context = scope.Context();
   context->delegate = withDelegate ? delegate : nullptr;
   ResetSymbolTables();
   RoutineTrace::Current() = trace;
@@ -134,9 +135,5 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
   if (!withDelegate && context->hadError) outcome.errors.push_back({kNoCompileError, -1});
   gRoutineTraceHook = nullptr;
   RoutineTrace::Current() = nullptr;
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  SetCurrentContext(nullptr);
   return outcome;
 }

@@ -7,8 +7,9 @@
 #include <cstring>
 #include <string>
 
-#include "frontend/SrcContext.h"
+#include "frontend/CompileScope.h"
 #include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -22,8 +23,7 @@ void Check(bool ok, char const* what) {
 // Runs the lexer over `text` (NUL-terminated, `length` bytes before the
 // first NUL or fewer). `mode` picks a conditional skip before the plain run.
 void LexToEnd(char const* text, size_t length, int mode) {
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
   InitLexer(text);
   if (mode == 1) SkipConditionallyCompiledLines(false);
   if (mode == 2) SkipConditionallyCompiledLines(true);
@@ -46,10 +46,6 @@ void LexToEnd(char const* text, size_t length, int mode) {
           "a token ends before it starts");
   }
   Check(GetToken() == kEndOfText, "the end of the text does not repeat");
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  SetCurrentContext(nullptr);
 }
 
 void LexString(std::string const& text) { LexToEnd(text.c_str(), strlen(text.c_str()), 0); }

@@ -11,8 +11,9 @@
 #include <string>
 
 #include "frontend/Miner.h"
-#include "frontend/SrcContext.h"
+#include "frontend/CompileScope.h"
 #include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
 #include "semantic/SemBase.h"
 
 namespace {
@@ -106,8 +107,7 @@ void MineHeaders(std::string const& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
+  CompileScope scope;
   // The engine reads a NUL-terminated text: a NUL in the input ends it.
   std::string text(reinterpret_cast<char const*>(data), size);
   text.resize(strlen(text.c_str()));
@@ -115,9 +115,5 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   Shape second = MineOnce(text.c_str(), false);
   Check(first == second, "mining the same text twice gave different trees");
   MineHeaders(text);
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  SetCurrentContext(nullptr);
   return 0;
 }

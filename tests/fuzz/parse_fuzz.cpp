@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "codebuild/Placeholders.h"
-#include "diag/CompilerDelegate.h"
-#include "grammar/Parser.h"
 #include "diag/CompileError.h"
+#include "diag/CompilerDelegate.h"
+#include "frontend/CompileScope.h"
+#include "grammar/Parser.h"
 #include "frontend/SrcContext.h"
 #include "frontend/Lexer.h"
 #include "semantic/SymbolTable.h"
@@ -44,9 +45,8 @@ int Count(std::vector<CompileErrorCode> const& codes, CompileErrorCode code) {
 
 void ParseToEnd(char const* text) {
   CountingDelegate delegate;
-  SrcContext* context = new SrcContext;
-  InitParserGlobals(context);
-  context->delegate = &delegate;
+  CompileScope scope;
+  scope.Context()->delegate = &delegate;
   ResetSymbolTables();
   InitLexer(text);
   int result = yyparse();
@@ -59,10 +59,6 @@ void ParseToEnd(char const* text) {
   if (result == 2) Check(overflow == 1 && syntax == 0 && delegate.codes.back() == ParserStackOverflow,
                          "an overflow without exactly one overflow report, last");
   Check(yynerrs == (result == 1 ? 1 : 0), "yynerrs does not count the syntax error");
-  InitLexer(nullptr);
-  yylval = kNullSemBase;
-  delete context;
-  SetCurrentContext(nullptr);
 }
 
 // Nesting on both sides of the stacks' limit, once per process.

@@ -4,6 +4,10 @@
 
 #include <cstdlib>
 
+#include "frontend/CompileScope.h"
+#include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
+#include "semantic/SymbolTable.h"
 #include "tests/frontend/compile_fixture.h"
 
 namespace {
@@ -175,11 +179,25 @@ TEST_F(SemBaseTest, WrongKindCallsYieldTheDefaults) {
   EXPECT_TRUE(plain->GetType().Null());
 }
 
-// Code of a type gets a hidden temporary of the current table as its
-// result, named by a counter that no compilation resets.
-TEST_F(SemBaseTest, CodeOfATypeGetsAHiddenTemporary) {
-  for (auto [n, text] : {std::pair{0u, "00000000"}, {0xABu, "000000AB"}, {0xFFFFFFFFu, "FFFFFFFF"}})
-    EXPECT_STREQ(TemporaryName(n).CString(), text);
+TEST(TemporaryNames, EightUpperCaseHexDigits) {
+  EXPECT_STREQ(TemporaryName(0).CString(), "00000000");
+  EXPECT_STREQ(TemporaryName(1).CString(), "00000001");
+  EXPECT_STREQ(TemporaryName(10).CString(), "0000000A");
+  EXPECT_STREQ(TemporaryName(0xABCDEF12u).CString(), "ABCDEF12");
+  EXPECT_STREQ(TemporaryName(0xFFFFFFFFu).CString(), "FFFFFFFF");
+}
+
+// Temporaries live in the symbol tables of a compilation.
+class TemporaryTest : public ::testing::Test {
+protected:
+  void SetUp() override { ResetSymbolTables(); }
+
+  static unsigned long Number(string const& name) { return std::strtoul(name.CString(), nullptr, 16); }
+
+  CompileScope mScope;
+};
+
+TEST_F(TemporaryTest, CodeOfATypeGetsAHiddenTemporaryAsItsResult) {
   SourceLocation loc(3, 1, 3, 9);
   Ref<SemBase> code = SemCode::New(IRDataType(kTypeDouble), &loc);
   ASSERT_EQ(code->Temporaries()->size(), 1u);
@@ -193,12 +211,19 @@ TEST_F(SemBaseTest, CodeOfATypeGetsAHiddenTemporary) {
   ASSERT_EQ(code->Temporaries()->size(), 2u);
   EXPECT_EQ((*code->Temporaries())[1].GetAddr(), extra->GetAddr());
   EXPECT_EQ(code->GetAddr(), temp.GetAddr()) << "the result stays";
+}
 
-  unsigned long first = std::strtoul(NextTemporaryName().CString(), nullptr, 16);
-  SrcContext next;
-  InitParserGlobals(&next);
-  EXPECT_EQ(std::strtoul(NextTemporaryName().CString(), nullptr, 16), first + 1);
-  InitParserGlobals(mContext);
+TEST_F(TemporaryTest, EachCompilationCountsFromZeroAndGivesTheOuterCountBack) {
+  EXPECT_EQ(Number(NextTemporaryName()), 0u);
+  EXPECT_EQ(Number(NextTemporaryName()), 1u);
+  Ref<SemBase> code = SemCode::New(IRDataType(kTypeInteger), nullptr);
+  EXPECT_EQ(Number((*code->Temporaries())[0].Name()), 2u);
+  {
+    CompileScope inner;
+    ResetSymbolTables();
+    EXPECT_EQ(Number(NextTemporaryName()), 0u);
+  }
+  EXPECT_EQ(Number(NextTemporaryName()), 3u);
 }
 
 }  // namespace
