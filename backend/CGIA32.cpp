@@ -50,8 +50,10 @@ void CGIA32::ia32_Write32(int value) {
 
 int CGIA32::CodeBufferLength() { return currentFunction ? (int)currentFunction->Length() : 0; }
 
+// The line that opens a function belongs to none: its prolog is written
+// last and put in front, and the index is moved along with the body then.
 void CGIA32::CompileLineBefore(TacLine const& line) {
-  if (debug && lineIndex) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+  if (lineIndex && !OpensFunction(line)) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
 }
 
 // ---------------------------------------------------------------------------
@@ -473,6 +475,7 @@ void CGIA32::tac_Return(TacLine const&) {
   WriteProlog(frameSize);
   CopyParameters();
   AdjustImportListOffsets(CodeBufferLength());
+  AdjustLineIndexOffsets(CodeBufferLength());
   currentFunction->Append(body);
   body = Ref<FunctionBlock>();
   MakeImportListPermanent(currentFunction);
@@ -825,7 +828,7 @@ void CGIA32::tac_DtoI(TacLine const& line) {
 // Flow
 
 void CGIA32::tac_Label(TacLine const& line) {
-  if (line.a->type.GetMainType() == kTypeString) {
+  if (OpensFunction(line)) {
     BeginFunction(line.a->GetValue().text);
     return;
   }
