@@ -299,23 +299,7 @@ void CGIA32::PushFloatTacAddr(TacAddr const* addr) {
     }
     return;
   }
-  int base, d;
-  if (addr->GetStorageClass() == LocalStorage) {
-    base = kEBP;
-    d = LocalDisplacement(addr);
-  } else if (addr->GetStorageClass() == StaticStorage) {
-    LoadGlobal(addr, 1);
-    int r = AllocateRegister(kSchemeGeneral);
-    ia32_mov_imm32(r, 0);
-    if (single) ia32_fld32(kModNoDisp, r);
-    else ia32_fld64(kModNoDisp, r);
-    return;
-  } else {
-    base = LoadBase(kSchemeGeneral);
-    d = FieldDisplacement(addr);
-  }
-  if (single) ia32_fld32(ModDisp(d), base, d);
-  else ia32_fld64(ModDisp(d), base, d);
+  FloatLoad(VariableOperand(addr), !single);
 }
 
 void CGIA32::PopFloatTacAddr(TacAddr const* addr) {
@@ -328,23 +312,50 @@ void CGIA32::PopFloatTacAddr(TacAddr const* addr) {
     ia32_add_imm32(kModRegister, kESP, 8);
     return;
   }
-  int base, d;
+  FloatStore(VariableOperand(addr), !single);
+}
+
+MemoryOperand CGIA32::VariableOperand(TacAddr const* addr) {
   if (addr->GetStorageClass() == LocalStorage) {
-    base = kEBP;
-    d = LocalDisplacement(addr);
-  } else if (addr->GetStorageClass() == StaticStorage) {
+    int d = LocalDisplacement(addr);
+    return MemoryOperand{ModDisp(d), kEBP, d};
+  }
+  if (addr->GetStorageClass() == StaticStorage) {
     LoadGlobal(addr, 1);
     int r = AllocateRegister(kSchemeGeneral);
     ia32_mov_imm32(r, 0);
-    if (single) ia32_fstp32(kModNoDisp, r);
-    else ia32_fstp64(kModNoDisp, r);
-    return;
-  } else {
-    base = LoadBase(kSchemeGeneral);
-    d = FieldDisplacement(addr);
+    return MemoryOperand{kModNoDisp, r, 0};
   }
-  if (single) ia32_fstp32(ModDisp(d), base, d);
-  else ia32_fstp64(ModDisp(d), base, d);
+  int d = FieldDisplacement(addr);
+  return MemoryOperand{ModDisp(d), LoadBase(kSchemeGeneral), d};
+}
+
+MemoryOperand CGIA32::PointerOperand(TacAddr const* pointer, TacAddr const* offset) {
+  int p = LoadTacAddr(pointer, kSchemeGeneral);
+  if (offset != nilTacAddr && offset->IsConstant()) {
+    int disp = offset->GetValue().sint32;
+    return MemoryOperand{ModDisp(disp), p, disp};
+  }
+  if (offset != nilTacAddr) {
+    int index = LoadTacAddr(offset, SchemeExclude(p, kSchemeGeneral));
+    Touch(&registers[p]);
+    ia32_add(kModRegister, p, index);
+  }
+  return MemoryOperand{kModNoDisp, p, 0};
+}
+
+void CGIA32::FloatLoad(MemoryOperand const& m, bool wide) {
+  if (m.mod == kModNoDisp && wide) ia32_fld64(kModNoDisp, m.base);
+  else if (m.mod == kModNoDisp) ia32_fld32(kModNoDisp, m.base);
+  else if (wide) ia32_fld64(m.mod, m.base, m.disp);
+  else ia32_fld32(m.mod, m.base, m.disp);
+}
+
+void CGIA32::FloatStore(MemoryOperand const& m, bool wide) {
+  if (m.mod == kModNoDisp && wide) ia32_fstp64(kModNoDisp, m.base);
+  else if (m.mod == kModNoDisp) ia32_fstp32(kModNoDisp, m.base);
+  else if (wide) ia32_fstp64(m.mod, m.base, m.disp);
+  else ia32_fstp32(m.mod, m.base, m.disp);
 }
 
 // ---------------------------------------------------------------------------
@@ -568,25 +579,7 @@ void CGIA32::Peek(TacLine const& line, bool byteLoad) {
 }
 
 void CGIA32::PeekFloat(TacLine const& line, bool wide) {
-  int p = LoadTacAddr(line.a, kSchemeGeneral);
-  TacAddr const* b = line.b;
-  int disp = 0;
-  int mod = kModNoDisp;
-  if (b != nilTacAddr && b->IsConstant()) {
-    disp = b->GetValue().sint32;
-    mod = ModDisp(disp);
-  } else if (b != nilTacAddr) {
-    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
-    Touch(&registers[p]);
-    ia32_add(kModRegister, p, index);
-  }
-  if (mod == kModNoDisp) {
-    if (wide) ia32_fld64(kModNoDisp, p);
-    else ia32_fld32(kModNoDisp, p);
-  } else {
-    if (wide) ia32_fld64(mod, p, disp);
-    else ia32_fld32(mod, p, disp);
-  }
+  FloatLoad(PointerOperand(line.a, line.b), wide);
   PopFloatTacAddr(line.c);
 }
 
@@ -610,25 +603,7 @@ void CGIA32::Poke(TacLine const& line, bool byteStore) {
 
 void CGIA32::PokeFloat(TacLine const& line, bool wide) {
   PushFloatTacAddr(line.a);
-  int p = LoadTacAddr(line.c, kSchemeGeneral);
-  TacAddr const* b = line.b;
-  int disp = 0;
-  int mod = kModNoDisp;
-  if (b != nilTacAddr && b->IsConstant()) {
-    disp = b->GetValue().sint32;
-    mod = ModDisp(disp);
-  } else if (b != nilTacAddr) {
-    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
-    Touch(&registers[p]);
-    ia32_add(kModRegister, p, index);
-  }
-  if (mod == kModNoDisp) {
-    if (wide) ia32_fstp64(kModNoDisp, p);
-    else ia32_fstp32(kModNoDisp, p);
-  } else {
-    if (wide) ia32_fstp64(mod, p, disp);
-    else ia32_fstp32(mod, p, disp);
-  }
+  FloatStore(PointerOperand(line.c, line.b), wide);
 }
 
 void CGIA32::tac_PeekI(TacLine const& line) { Peek(line, false); }

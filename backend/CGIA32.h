@@ -56,6 +56,14 @@ constexpr int kSchemeEAX = 0x01;
 
 constexpr int kRegisterCount = 8;
 
+// A memory operand of the float unit: [base] when `mod` is kModNoDisp,
+// else [base + disp] of that `mod`. The base is never esp.
+struct MemoryOperand {
+  int mod;
+  int base;
+  int disp;
+};
+
 // A label's place in the body, or a forward jump's rel32 field still to patch.
 struct LabelPosition {
   int32_t label;
@@ -172,6 +180,15 @@ public:
   void PushTacAddr(TacAddr const* addr);
   void PushFloatTacAddr(TacAddr const* addr);
   void PopFloatTacAddr(TacAddr const* addr);
+  // Where a variable lives; a global's address is put into a register.
+  MemoryOperand VariableOperand(TacAddr const* addr);
+  // [pointer + offset]: a constant offset as the displacement, a variable
+  // one added into the pointer's register; no offset is nilTacAddr.
+  MemoryOperand PointerOperand(TacAddr const* pointer, TacAddr const* offset);
+  void FloatLoad(MemoryOperand const& m, bool wide);
+  // Pops st0 into memory.
+  void FloatStore(MemoryOperand const& m, bool wide);
+
 
   // Labels and calls.
   // The rel32 for a jump whose field starts `extra` bytes behind the end;
