@@ -15,6 +15,13 @@ constexpr int kFpuRoundTowardZero = 0x0C00;
 constexpr int kOperandSizePrefix = 0x66;
 // Frame offset of the first argument: above the saved ebp and the return address.
 constexpr int kFirstArgumentOffset = 8;
+// The i386 System V ABI has esp on a 16-byte boundary at every call, so a
+// callee is entered 4 bytes below one. The C library and the sanitizers
+// count on it, and generated functions are called the same way.
+constexpr int kStackAlignment = 16;
+// What a call and the prolog's push ebp put below the caller's boundary.
+constexpr int kFrameLinkBytes = 8;
+static_assert(kFrameLinkBytes == kFirstArgumentOffset);
 
 CGIA32::CGIA32()
     : baseRef(nullptr),
@@ -88,6 +95,18 @@ int CGIA32::StoredESPOffset() const { return (localTable ? localTable->GetTotalS
 int32_t CGIA32::FrameSize() const {
   if (!hasRetval) return StoredESPOffset();
   return StoredESPOffset() + (retvalIsFloat ? 8 : 4);
+}
+
+int CGIA32::SavedRegisterCount() const {
+  return (int)registers[kEBX].used + (int)registers[kESI].used + (int)registers[kEDI].used;
+}
+
+// Entered 4 bytes below a boundary, with ebp pushed 8 below: the frame is
+// padded so that the saved registers end on the boundary again, and the body
+// can call with nothing but its argument blocks to pad.
+int32_t CGIA32::FrameReserve() const {
+  int below = kFrameLinkBytes + FrameSize() + 4 * SavedRegisterCount();
+  return FrameSize() + (-below & (kStackAlignment - 1));
 }
 
 int CGIA32::LocalDisplacement(TacAddr const* addr) {
@@ -380,7 +399,21 @@ void CGIA32::PatchLocalJump(int field) {
   currentFunction->Set32((unsigned)field, (unsigned long)(uint32_t)(CodeBufferLength() - (field + 4)));
 }
 
+int CGIA32::AlignArgumentBlock(int argumentBytes) {
+  int pad = -argumentBytes & (kStackAlignment - 1);
+  if (pad) ia32_sub_imm32(kModRegister, kESP, pad);
+  return argumentBytes + pad;
+}
+
+// Doubles go as 8 bytes; everything else, Singles too, as one word.
+static int PushedSize(TacAddr const* param) {
+  return param->type.GetMainType() == kTypeDouble ? 8 : 4;
+}
+
 void CGIA32::PushCallParameters() {
+  int bytes = 0;
+  for (unsigned long i = 0; i < callParams.size(); ++i) bytes += PushedSize(callParams[i]);
+  AlignArgumentBlock(bytes);
   for (unsigned long i = callParams.size(); i-- > 0;) {
     TacAddr const* param = callParams[i];
     if (!param->type.IsFloat()) {
@@ -422,20 +455,20 @@ void CGIA32::CallSequenceEnd(TacAddr const* result) {
   GetReturnedResult(result);
 }
 
-void CGIA32::CallRuntime(int intrinsic, int argumentBytes) {
+void CGIA32::CallRuntime(int intrinsic, int blockBytes) {
   MarkImport(Import::kCallIA32, IntrinsicName(intrinsic), 1);
   ia32_call_disp32(0);
-  ia32_add_imm32(kModRegister, kESP, argumentBytes);
+  ia32_add_imm32(kModRegister, kESP, blockBytes);
   InvalidateRegisters();
 }
 
 // ---------------------------------------------------------------------------
 // Prolog and epilog
 
-void CGIA32::WriteProlog(int frameSize) {
+void CGIA32::WriteProlog(int reserve) {
   ia32_push(kEBP);
   ia32_mov(kModRegister, kEBP, kESP);
-  ia32_sub_imm32(kModRegister, kESP, frameSize);
+  ia32_sub_imm32(kModRegister, kESP, reserve);
   if (registers[kEBX].used) ia32_push(kEBX);
   if (registers[kESI].used) ia32_push(kESI);
   if (registers[kEDI].used) ia32_push(kEDI);
@@ -462,15 +495,16 @@ void CGIA32::CopyParameters() {
   funcParams.deleteAll();
 }
 
-void CGIA32::WriteEpilog(int frameSize) {
+void CGIA32::WriteEpilog(int reserve) {
+  int result = -FrameSize();
   if (hasRetval) {
-    if (retvalIsFloat) ia32_fld64(ModDisp(-frameSize), kEBP, -frameSize);
-    else ia32_mov(ModDisp(-frameSize), kEAX, kEBP, -frameSize);
+    if (retvalIsFloat) ia32_fld64(ModDisp(result), kEBP, result);
+    else ia32_mov(ModDisp(result), kEAX, kEBP, result);
   }
   if (registers[kEDI].used) ia32_pop(kEDI);
   if (registers[kESI].used) ia32_pop(kESI);
   if (registers[kEBX].used) ia32_pop(kEBX);
-  ia32_add_imm32(kModRegister, kESP, frameSize);
+  ia32_add_imm32(kModRegister, kESP, reserve);
   // pop ebp; ret: the exception scan stops at these two bytes.
   ia32_pop(kEBP);
   ia32_ret_near();
@@ -482,15 +516,15 @@ void CGIA32::tac_Return(TacLine const&) {
   Ref<FunctionBlock> body = currentFunction;
   currentFunction.BindNewObject(new FunctionBlock(false));
   currentFunction->name = body->name;
-  int frameSize = FrameSize();
-  WriteProlog(frameSize);
+  int reserve = FrameReserve();
+  WriteProlog(reserve);
   CopyParameters();
   AdjustImportListOffsets(CodeBufferLength());
   AdjustLineIndexOffsets(CodeBufferLength());
   currentFunction->Append(body);
   body = Ref<FunctionBlock>();
   MakeImportListPermanent(currentFunction);
-  WriteEpilog(frameSize);
+  WriteEpilog(reserve);
   EndFunction();
 }
 
@@ -852,8 +886,9 @@ void CGIA32::tac_Lock(TacLine const& line) {
   int call = PickByCountedType(line.a, kIntrinsicLockString, kIntrinsicLockObject, kIntrinsicLockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(4);
   PushTacAddr(line.a);
-  CallRuntime(call, 4);
+  CallRuntime(call, block);
 }
 
 void CGIA32::tac_Unlock(TacLine const& line) {
@@ -861,8 +896,9 @@ void CGIA32::tac_Unlock(TacLine const& line) {
                                kIntrinsicUnlockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(4);
   PushTacAddr(line.a);
-  CallRuntime(call, 4);
+  CallRuntime(call, block);
   StoreZero(line.a);
 }
 
@@ -871,9 +907,10 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
                                kIntrinsicLockUnlockArrays);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(8);
   PushTacAddr(line.b);
   PushTacAddr(line.a);
-  CallRuntime(call, 8);
+  CallRuntime(call, block);
   StoreZero(line.b);
 }
 
