@@ -32,9 +32,9 @@
 // Calls keep the i386 System V ABI: esp is on a 16-byte boundary at every
 // call instruction, to the library and to generated functions alike. A
 // function is entered that way, so R is fixed when the prolog is written;
-// between lines esp is at ebp - S minus the saved registers, on the
-// boundary, and each argument block is padded up to a multiple of 16 bytes
-// before its first push.
+// between lines esp holds the value kept at ebp - S, on the boundary, and
+// each argument block is padded up to a multiple of 16 bytes before its
+// first push.
 //
 // Floats never live in general registers: they pass through the x87 stack
 // within one line, and the stack is empty between lines.

@@ -201,6 +201,7 @@ private:
   // with room behind the block for a stub per outside name.
   CodeMapping* image = nullptr;
   StringMap<int> outsideCalls;
+  unsigned int outsideCallCount = 0;
   // Each failing name once, in order of discovery, with its code.
   StringMap<int> failedNames;
   SimpleVector<string> failures;
@@ -244,12 +245,14 @@ RunReadyCode* Linker::ReportFailures() {
   return nullptr;
 }
 
-// Step 3: data space by first use.
+// Data space by first use; on IA-32 also the room for a stub per outside name.
 void Linker::AssignSpace(Import const& import) {
   if (IsCall(import.type)) {
     if (merged.HasEntry(import.name)) return;
     if (!ppc) {
-      if (!outsideCalls.HasEntry(import.name)) outsideCalls.AddEntry(import.name, 0);
+      if (outsideCalls.HasEntry(import.name)) return;
+      outsideCalls.AddEntry(import.name, 0);
+      ++outsideCallCount;
     } else if (!codeSlots.HasEntry(import.name)) {
       codeSlots.AddEntry(import.name, dataSize);
       dataSize += 4;
@@ -343,7 +346,7 @@ void Linker::ResolveCall(Import const& import) {
 
 void Linker::ResolveGlobal(Import const& import) {
   unsigned long offset = 0;
-  if (!dataOffsets.GetEntry(import.name, offset)) return;  // failed in step 3
+  if (!dataOffsets.GetEntry(import.name, offset)) return;  // reported by AssignSpace
   if (ppc) OrWord(import.offset, (uint32_t)offset & 0xffff);
   else block->Set32((unsigned int)import.offset, (uint32_t)((uintptr_t)data + offset));
 }
@@ -376,7 +379,7 @@ void Linker::ResolveString(Import const& import) {
   else block->Set32((unsigned int)import.offset, (uint32_t)(uintptr_t)strings[slot].Storage());
 }
 
-// Step 5, one import.
+// Patches one import.
 void Linker::Resolve(Import const& import) {
   if (IsUnsupported(import.type)) Fail(CodeBufferFull, string());
   else if (IsCall(import.type)) ResolveCall(import);
@@ -388,12 +391,7 @@ void Linker::Resolve(Import const& import) {
 // The block's address is fixed before its fix-ups are made: calls to the
 // library and pointers to the block's own functions depend on it.
 bool Linker::MapIA32Code() {
-  unsigned long stubs = 0;
-  StringMapIterator<int>* it = outsideCalls.NewIterator();
-  int unused;
-  while (it->Next(unused)) ++stubs;
-  delete it;
-  image = new CodeMapping(block->Length() + (unsigned int)(stubs * kIA32StubSize));
+  image = new CodeMapping(block->Length() + outsideCallCount * (unsigned int)kIA32StubSize);
   return image->Valid();
 }
 
