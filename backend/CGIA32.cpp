@@ -15,6 +15,13 @@ constexpr int kFpuRoundTowardZero = 0x0C00;
 constexpr int kOperandSizePrefix = 0x66;
 // Frame offset of the first argument: above the saved ebp and the return address.
 constexpr int kFirstArgumentOffset = 8;
+// The i386 System V ABI has esp on a 16-byte boundary at every call, so a
+// callee is entered 4 bytes below one. The C library and the sanitizers
+// count on it, and generated functions are called the same way.
+constexpr int kStackAlignment = 16;
+// What a call and the prolog's push ebp put below the caller's boundary.
+constexpr int kFrameLinkBytes = 8;
+static_assert(kFrameLinkBytes == kFirstArgumentOffset);
 
 CGIA32::CGIA32()
     : baseRef(nullptr),
@@ -50,8 +57,10 @@ void CGIA32::ia32_Write32(int value) {
 
 int CGIA32::CodeBufferLength() { return currentFunction ? (int)currentFunction->Length() : 0; }
 
+// The line that opens a function belongs to none: its prolog is written
+// last and put in front, and the index is moved along with the body then.
 void CGIA32::CompileLineBefore(TacLine const& line) {
-  if (debug && lineIndex) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+  if (lineIndex && !OpensFunction(line)) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
 }
 
 // ---------------------------------------------------------------------------
@@ -86,6 +95,18 @@ int CGIA32::StoredESPOffset() const { return (localTable ? localTable->GetTotalS
 int32_t CGIA32::FrameSize() const {
   if (!hasRetval) return StoredESPOffset();
   return StoredESPOffset() + (retvalIsFloat ? 8 : 4);
+}
+
+int CGIA32::SavedRegisterCount() const {
+  return (int)registers[kEBX].used + (int)registers[kESI].used + (int)registers[kEDI].used;
+}
+
+// Entered 4 bytes below a boundary, with ebp pushed 8 below: the frame is
+// padded so that the saved registers end on the boundary again, and the body
+// can call with nothing but its argument blocks to pad.
+int32_t CGIA32::FrameReserve() const {
+  int below = kFrameLinkBytes + FrameSize() + 4 * SavedRegisterCount();
+  return FrameSize() + (-below & (kStackAlignment - 1));
 }
 
 int CGIA32::LocalDisplacement(TacAddr const* addr) {
@@ -297,23 +318,7 @@ void CGIA32::PushFloatTacAddr(TacAddr const* addr) {
     }
     return;
   }
-  int base, d;
-  if (addr->GetStorageClass() == LocalStorage) {
-    base = kEBP;
-    d = LocalDisplacement(addr);
-  } else if (addr->GetStorageClass() == StaticStorage) {
-    LoadGlobal(addr, 1);
-    int r = AllocateRegister(kSchemeGeneral);
-    ia32_mov_imm32(r, 0);
-    if (single) ia32_fld32(kModNoDisp, r);
-    else ia32_fld64(kModNoDisp, r);
-    return;
-  } else {
-    base = LoadBase(kSchemeGeneral);
-    d = FieldDisplacement(addr);
-  }
-  if (single) ia32_fld32(ModDisp(d), base, d);
-  else ia32_fld64(ModDisp(d), base, d);
+  FloatLoad(VariableOperand(addr), !single);
 }
 
 void CGIA32::PopFloatTacAddr(TacAddr const* addr) {
@@ -326,23 +331,50 @@ void CGIA32::PopFloatTacAddr(TacAddr const* addr) {
     ia32_add_imm32(kModRegister, kESP, 8);
     return;
   }
-  int base, d;
+  FloatStore(VariableOperand(addr), !single);
+}
+
+MemoryOperand CGIA32::VariableOperand(TacAddr const* addr) {
   if (addr->GetStorageClass() == LocalStorage) {
-    base = kEBP;
-    d = LocalDisplacement(addr);
-  } else if (addr->GetStorageClass() == StaticStorage) {
+    int d = LocalDisplacement(addr);
+    return MemoryOperand{ModDisp(d), kEBP, d};
+  }
+  if (addr->GetStorageClass() == StaticStorage) {
     LoadGlobal(addr, 1);
     int r = AllocateRegister(kSchemeGeneral);
     ia32_mov_imm32(r, 0);
-    if (single) ia32_fstp32(kModNoDisp, r);
-    else ia32_fstp64(kModNoDisp, r);
-    return;
-  } else {
-    base = LoadBase(kSchemeGeneral);
-    d = FieldDisplacement(addr);
+    return MemoryOperand{kModNoDisp, r, 0};
   }
-  if (single) ia32_fstp32(ModDisp(d), base, d);
-  else ia32_fstp64(ModDisp(d), base, d);
+  int d = FieldDisplacement(addr);
+  return MemoryOperand{ModDisp(d), LoadBase(kSchemeGeneral), d};
+}
+
+MemoryOperand CGIA32::PointerOperand(TacAddr const* pointer, TacAddr const* offset) {
+  int p = LoadTacAddr(pointer, kSchemeGeneral);
+  if (offset != nilTacAddr && offset->IsConstant()) {
+    int disp = offset->GetValue().sint32;
+    return MemoryOperand{ModDisp(disp), p, disp};
+  }
+  if (offset != nilTacAddr) {
+    int index = LoadTacAddr(offset, SchemeExclude(p, kSchemeGeneral));
+    Touch(&registers[p]);
+    ia32_add(kModRegister, p, index);
+  }
+  return MemoryOperand{kModNoDisp, p, 0};
+}
+
+void CGIA32::FloatLoad(MemoryOperand const& m, bool wide) {
+  if (m.mod == kModNoDisp && wide) ia32_fld64(kModNoDisp, m.base);
+  else if (m.mod == kModNoDisp) ia32_fld32(kModNoDisp, m.base);
+  else if (wide) ia32_fld64(m.mod, m.base, m.disp);
+  else ia32_fld32(m.mod, m.base, m.disp);
+}
+
+void CGIA32::FloatStore(MemoryOperand const& m, bool wide) {
+  if (m.mod == kModNoDisp && wide) ia32_fstp64(kModNoDisp, m.base);
+  else if (m.mod == kModNoDisp) ia32_fstp32(kModNoDisp, m.base);
+  else if (wide) ia32_fstp64(m.mod, m.base, m.disp);
+  else ia32_fstp32(m.mod, m.base, m.disp);
 }
 
 // ---------------------------------------------------------------------------
@@ -367,7 +399,21 @@ void CGIA32::PatchLocalJump(int field) {
   currentFunction->Set32((unsigned)field, (unsigned long)(uint32_t)(CodeBufferLength() - (field + 4)));
 }
 
+int CGIA32::AlignArgumentBlock(int argumentBytes) {
+  int pad = -argumentBytes & (kStackAlignment - 1);
+  if (pad) ia32_sub_imm32(kModRegister, kESP, pad);
+  return argumentBytes + pad;
+}
+
+// Doubles go as 8 bytes; everything else, Singles too, as one word.
+static int PushedSize(TacAddr const* param) {
+  return param->type.GetMainType() == kTypeDouble ? 8 : 4;
+}
+
 void CGIA32::PushCallParameters() {
+  int bytes = 0;
+  for (unsigned long i = 0; i < callParams.size(); ++i) bytes += PushedSize(callParams[i]);
+  AlignArgumentBlock(bytes);
   for (unsigned long i = callParams.size(); i-- > 0;) {
     TacAddr const* param = callParams[i];
     if (!param->type.IsFloat()) {
@@ -409,20 +455,20 @@ void CGIA32::CallSequenceEnd(TacAddr const* result) {
   GetReturnedResult(result);
 }
 
-void CGIA32::CallRuntime(int intrinsic, int argumentBytes) {
+void CGIA32::CallRuntime(int intrinsic, int blockBytes) {
   MarkImport(Import::kCallIA32, IntrinsicName(intrinsic), 1);
   ia32_call_disp32(0);
-  ia32_add_imm32(kModRegister, kESP, argumentBytes);
+  ia32_add_imm32(kModRegister, kESP, blockBytes);
   InvalidateRegisters();
 }
 
 // ---------------------------------------------------------------------------
 // Prolog and epilog
 
-void CGIA32::WriteProlog(int frameSize) {
+void CGIA32::WriteProlog(int reserve) {
   ia32_push(kEBP);
   ia32_mov(kModRegister, kEBP, kESP);
-  ia32_sub_imm32(kModRegister, kESP, frameSize);
+  ia32_sub_imm32(kModRegister, kESP, reserve);
   if (registers[kEBX].used) ia32_push(kEBX);
   if (registers[kESI].used) ia32_push(kESI);
   if (registers[kEDI].used) ia32_push(kEDI);
@@ -449,15 +495,16 @@ void CGIA32::CopyParameters() {
   funcParams.deleteAll();
 }
 
-void CGIA32::WriteEpilog(int frameSize) {
+void CGIA32::WriteEpilog(int reserve) {
+  int result = -FrameSize();
   if (hasRetval) {
-    if (retvalIsFloat) ia32_fld64(ModDisp(-frameSize), kEBP, -frameSize);
-    else ia32_mov(ModDisp(-frameSize), kEAX, kEBP, -frameSize);
+    if (retvalIsFloat) ia32_fld64(ModDisp(result), kEBP, result);
+    else ia32_mov(ModDisp(result), kEAX, kEBP, result);
   }
   if (registers[kEDI].used) ia32_pop(kEDI);
   if (registers[kESI].used) ia32_pop(kESI);
   if (registers[kEBX].used) ia32_pop(kEBX);
-  ia32_add_imm32(kModRegister, kESP, frameSize);
+  ia32_add_imm32(kModRegister, kESP, reserve);
   // pop ebp; ret: the exception scan stops at these two bytes.
   ia32_pop(kEBP);
   ia32_ret_near();
@@ -469,14 +516,15 @@ void CGIA32::tac_Return(TacLine const&) {
   Ref<FunctionBlock> body = currentFunction;
   currentFunction.BindNewObject(new FunctionBlock(false));
   currentFunction->name = body->name;
-  int frameSize = FrameSize();
-  WriteProlog(frameSize);
+  int reserve = FrameReserve();
+  WriteProlog(reserve);
   CopyParameters();
   AdjustImportListOffsets(CodeBufferLength());
+  AdjustLineIndexOffsets(CodeBufferLength());
   currentFunction->Append(body);
   body = Ref<FunctionBlock>();
   MakeImportListPermanent(currentFunction);
-  WriteEpilog(frameSize);
+  WriteEpilog(reserve);
   EndFunction();
 }
 
@@ -565,25 +613,7 @@ void CGIA32::Peek(TacLine const& line, bool byteLoad) {
 }
 
 void CGIA32::PeekFloat(TacLine const& line, bool wide) {
-  int p = LoadTacAddr(line.a, kSchemeGeneral);
-  TacAddr const* b = line.b;
-  int disp = 0;
-  int mod = kModNoDisp;
-  if (b != nilTacAddr && b->IsConstant()) {
-    disp = b->GetValue().sint32;
-    mod = ModDisp(disp);
-  } else if (b != nilTacAddr) {
-    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
-    Touch(&registers[p]);
-    ia32_add(kModRegister, p, index);
-  }
-  if (mod == kModNoDisp) {
-    if (wide) ia32_fld64(kModNoDisp, p);
-    else ia32_fld32(kModNoDisp, p);
-  } else {
-    if (wide) ia32_fld64(mod, p, disp);
-    else ia32_fld32(mod, p, disp);
-  }
+  FloatLoad(PointerOperand(line.a, line.b), wide);
   PopFloatTacAddr(line.c);
 }
 
@@ -607,25 +637,7 @@ void CGIA32::Poke(TacLine const& line, bool byteStore) {
 
 void CGIA32::PokeFloat(TacLine const& line, bool wide) {
   PushFloatTacAddr(line.a);
-  int p = LoadTacAddr(line.c, kSchemeGeneral);
-  TacAddr const* b = line.b;
-  int disp = 0;
-  int mod = kModNoDisp;
-  if (b != nilTacAddr && b->IsConstant()) {
-    disp = b->GetValue().sint32;
-    mod = ModDisp(disp);
-  } else if (b != nilTacAddr) {
-    int index = LoadTacAddr(b, SchemeExclude(p, kSchemeGeneral));
-    Touch(&registers[p]);
-    ia32_add(kModRegister, p, index);
-  }
-  if (mod == kModNoDisp) {
-    if (wide) ia32_fstp64(kModNoDisp, p);
-    else ia32_fstp32(kModNoDisp, p);
-  } else {
-    if (wide) ia32_fstp64(mod, p, disp);
-    else ia32_fstp32(mod, p, disp);
-  }
+  FloatStore(PointerOperand(line.c, line.b), wide);
 }
 
 void CGIA32::tac_PeekI(TacLine const& line) { Peek(line, false); }
@@ -825,7 +837,7 @@ void CGIA32::tac_DtoI(TacLine const& line) {
 // Flow
 
 void CGIA32::tac_Label(TacLine const& line) {
-  if (line.a->type.GetMainType() == kTypeString) {
+  if (OpensFunction(line)) {
     BeginFunction(line.a->GetValue().text);
     return;
   }
@@ -874,8 +886,9 @@ void CGIA32::tac_Lock(TacLine const& line) {
   int call = PickByCountedType(line.a, kIntrinsicRuntimeLockString, kIntrinsicRuntimeLockObject, kIntrinsicRuntimeLockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(4);
   PushTacAddr(line.a);
-  CallRuntime(call, 4);
+  CallRuntime(call, block);
 }
 
 void CGIA32::tac_Unlock(TacLine const& line) {
@@ -883,8 +896,9 @@ void CGIA32::tac_Unlock(TacLine const& line) {
                                kIntrinsicRuntimeUnlockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(4);
   PushTacAddr(line.a);
-  CallRuntime(call, 4);
+  CallRuntime(call, block);
   StoreZero(line.a);
 }
 
@@ -893,9 +907,10 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
                                kIntrinsicRuntimeLockUnlockArrays);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int block = AlignArgumentBlock(8);
   PushTacAddr(line.b);
   PushTacAddr(line.a);
-  CallRuntime(call, 8);
+  CallRuntime(call, block);
   StoreZero(line.b);
 }
 

@@ -23,9 +23,18 @@
 //   ebp - (off + size) a local of that storage offset and size
 //   ebp - S            the stack pointer as the prolog left it
 //   ebp - F            the return value, if any
+//   ebp - R            padding down from F, so that below the saved registers
+//                      esp sits on a 16-byte boundary
 //   below              saved ebx, esi, edi: only those the body used
 // Callers drop their arguments by reloading esp from ebp - S, so no count of
 // pushed bytes is ever kept.
+//
+// Calls keep the i386 System V ABI: esp is on a 16-byte boundary at every
+// call instruction, to the library and to generated functions alike. A
+// function is entered that way, so R is fixed when the prolog is written;
+// between lines esp holds the value kept at ebp - S, on the boundary, and
+// each argument block is padded up to a multiple of 16 bytes before its
+// first push.
 //
 // Floats never live in general registers: they pass through the x87 stack
 // within one line, and the stack is empty between lines.
@@ -43,6 +52,14 @@ constexpr int kSchemeByte = 0x0F;      // eax, ecx, edx, ebx: those with a byte 
 constexpr int kSchemeEAX = 0x01;
 
 constexpr int kRegisterCount = 8;
+
+// A memory operand of the float unit: [base] when `mod` is kModNoDisp,
+// else [base + disp] of that `mod`. The base is never esp.
+struct MemoryOperand {
+  int mod;
+  int base;
+  int disp;
+};
 
 // A label's place in the body, or a forward jump's rel32 field still to patch.
 struct LabelPosition {
@@ -160,18 +177,33 @@ public:
   void PushTacAddr(TacAddr const* addr);
   void PushFloatTacAddr(TacAddr const* addr);
   void PopFloatTacAddr(TacAddr const* addr);
+  // Where a variable lives; a global's address is put into a register.
+  MemoryOperand VariableOperand(TacAddr const* addr);
+  // [pointer + offset]: a constant offset as the displacement, a variable
+  // one added into the pointer's register; no offset is nilTacAddr.
+  MemoryOperand PointerOperand(TacAddr const* pointer, TacAddr const* offset);
+  void FloatLoad(MemoryOperand const& m, bool wide);
+  // Pops st0 into memory.
+  void FloatStore(MemoryOperand const& m, bool wide);
 
   // Labels and calls.
   // The rel32 for a jump whose field starts `extra` bytes behind the end;
   // a label not yet placed leaves the field to be patched and gives 0.
   int FindLabel(int label, int extra);
+  // Pads ahead of an argument block of `argumentBytes` so that esp is on
+  // the boundary at the call; the padded size, for the caller to drop.
+  int AlignArgumentBlock(int argumentBytes);
   void PushCallParameters();
   void ClearCallParameters();
   void GetReturnedResult(TacAddr const* addr);
 
   // Read access for tests and the listing.
   RegisterState const& Register(int reg) const { return registers[reg]; }
+  // F: the slots of the frame, down to the return value's.
   int32_t FrameSize() const;
+  // R: what the prolog subtracts from esp, F and the padding below it.
+  int32_t FrameReserve() const;
+  int SavedRegisterCount() const;
 
 private:
   // Frame displacement of a local: -(offset + size).
@@ -199,15 +231,17 @@ private:
   void PeekFloat(TacLine const& line, bool wide);
   void Poke(TacLine const& line, bool byteStore);
   void PokeFloat(TacLine const& line, bool wide);
-  void CallRuntime(int intrinsic, int argumentBytes);
+  // Calls an intrinsic whose arguments are pushed, in a padded block of
+  // `blockBytes`, and drops the block.
+  void CallRuntime(int intrinsic, int blockBytes);
   void LockFamily(TacLine const& line, int stringCall, int objectCall, int arrayCall);
   void StoreZero(TacAddr const* addr);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
   void WriteMarkerBlock(uint32_t marker);
-  void WriteProlog(int frameSize);
+  void WriteProlog(int reserve);
   void CopyParameters();
-  void WriteEpilog(int frameSize);
+  void WriteEpilog(int reserve);
 
 public:
   CGIA32Options options;

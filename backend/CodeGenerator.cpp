@@ -52,17 +52,9 @@ static_assert(std::size(kLineHandlers) == kTacOpcodeCount);
 }  // namespace
 
 CodeGenerator::CodeGenerator()
-    : iterator(nullptr),
-      block(nullptr),
-      pendingImports(new Import[kMaxPendingImports]),
-      pendingCount(0),
-      delegate(nullptr),
-      failed(false) {}
+    : iterator(nullptr), block(nullptr), delegate(nullptr), failed(false) {}
 
-CodeGenerator::~CodeGenerator() {
-  delete iterator;
-  delete[] pendingImports;
-}
+CodeGenerator::~CodeGenerator() { delete iterator; }
 
 void CodeGenerator::CompileLineBefore(TacLine const&) {}
 void CodeGenerator::CompileLineAfter(TacLine const&) {}
@@ -81,11 +73,11 @@ Ref<CodeModule> CodeGenerator::Generate(TacBlock* code, Ref<SymbolTableList> sym
   module->family = TargetProcessorFamily();
   int total = delegate ? CountLines(block) : 0;
   iterator = new TacBlockIterator(block);
+  failed = false;
 
   // The program's first lines form the entry function; its tac_Stop closes it.
   BeginFunction(string("% main"));
   int index = 0;
-  failed = false;
   while (!failed && iterator->Next()) {
     CompileOneLine(*iterator->Value());
     if (delegate) {
@@ -94,6 +86,9 @@ Ref<CodeModule> CodeGenerator::Generate(TacBlock* code, Ref<SymbolTableList> sym
       failed = failed || stop;
     }
   }
+  // A function without its closing line: main without tac_Stop would leave
+  // the image without an entry point.
+  if (!failed && currentFunction) Error(kMalformedBlockError);
 
   delete iterator;
   iterator = nullptr;
@@ -103,14 +98,25 @@ Ref<CodeModule> CodeGenerator::Generate(TacBlock* code, Ref<SymbolTableList> sym
   return module;
 }
 
+bool CodeGenerator::OpensFunction(TacLine const& line) {
+  return line.opcode == ::tac_Label && line.a && line.a->IsConstant() &&
+         line.a->type.GetMainType() == kTypeString;
+}
+
 void CodeGenerator::CompileOneLine(TacLine const& line) {
   location = SourceLocation((int)line.line);
+  if (!currentFunction && !OpensFunction(line)) {
+    Error(kMalformedBlockError);
+    return;
+  }
   CompileLineBefore(line);
   if (line.opcode >= 0 && line.opcode < kTacOpcodeCount) (this->*kLineHandlers[line.opcode])(line);
   CompileLineAfter(line);
 }
 
 void CodeGenerator::NewFunction(string name, bool bigEndian) {
+  // The open function would be dropped, and its fix-ups land in this one.
+  if (currentFunction || !pendingImports.empty()) Error(kMalformedBlockError);
   currentFunction.BindNewObject(new FunctionBlock(bigEndian));
   currentFunction->name = name;
   if (debug) lineIndex.BindNewObject(new CodeOffsetToLineIndex);
@@ -118,17 +124,20 @@ void CodeGenerator::NewFunction(string name, bool bigEndian) {
 
 void CodeGenerator::FinishFunction() {
   KV_ASSERT(currentFunction);
-  if (currentFunction) module->functions.push_back(currentFunction);
+  if (!currentFunction) return;
+  module->functions.push_back(currentFunction);
   currentFunction = Ref<FunctionBlock>();
+  if (debug) lineIndexes.push_back(lineIndex);
+  lineIndex = Ref<CodeOffsetToLineIndex>();
+}
+
+Ref<CodeOffsetToLineIndex> CodeGenerator::LineIndex(unsigned long function) const {
+  if (function >= lineIndexes.size()) return Ref<CodeOffsetToLineIndex>();
+  return lineIndexes[function];
 }
 
 void CodeGenerator::MarkImport(Import::Type type, string name, string library, int extra) {
-  if (pendingCount >= kMaxPendingImports) {
-    Error(CodeBufferFull);
-    return;
-  }
-  pendingImports[pendingCount] = Import(type, name, library, CodeBufferLength() + extra);
-  ++pendingCount;
+  pendingImports.push_back(Import(type, name, library, CodeBufferLength() + extra));
 }
 
 void CodeGenerator::MarkImport(Import::Type type, string name, int extra) {
@@ -136,18 +145,21 @@ void CodeGenerator::MarkImport(Import::Type type, string name, int extra) {
 }
 
 void CodeGenerator::AdjustImportListOffsets(int delta) {
-  for (int i = 0; i < pendingCount; ++i) pendingImports[i].offset += delta;
+  for (Import& import : pendingImports) import.offset += delta;
+}
+
+void CodeGenerator::AdjustLineIndexOffsets(int delta) {
+  if (!lineIndex) return;
+  for (unsigned long i = 0; i < lineIndex->entries.size(); ++i) lineIndex->entries[i].offset += delta;
 }
 
 void CodeGenerator::MakeImportListPermanent(Ref<FunctionBlock> target) {
-  if (pendingCount <= 0) return;
+  if (pendingImports.empty()) return;
   KV_ASSERT(target && target->imports.size() == 0);
-  for (int i = 0; i < pendingCount; ++i) {
-    if (target) target->imports.push_back(pendingImports[i]);
-    // The names are let go now rather than when the slot is next reused.
-    pendingImports[i] = Import();
+  if (target) {
+    for (Import const& import : pendingImports) target->imports.push_back(import);
   }
-  pendingCount = 0;
+  pendingImports.clear();
 }
 
 void CodeGenerator::Error(CompileErrorCode code) {

@@ -10,11 +10,18 @@
 // - While generating, exactly one function is open at any line: the concrete
 //   BeginFunction opens it through NewFunction, EndFunction closes it through
 //   FinishFunction, and its pending imports move to its block on the way.
+//   A block that breaks this (a function opened inside another, a line
+//   outside any function, a function left open at the end) is an internal
+//   error: the front end never makes one, and code built from it would be
+//   laid out wrongly, so no module comes of it.
 // - After an error or a cancel, the line at hand is finished and no further
 //   line is compiled; Generate then returns a null module.
+// - With debug information asked for, each function's line index gives
+//   offsets into the finished function, prolog included.
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "backend/DebuggerSymbols.h"
 #include "ir/ThreeAddressCode.h"
@@ -45,9 +52,9 @@ struct CGIA32Options {
 // serve straight-line code copying one value into many variables.
 constexpr int kMaxCachedTacAddrs = 64;
 
-// Fix-ups one function can collect. The array is made once per generator;
-// a function that needs more is too big to be placed anyway.
-constexpr int kMaxPendingImports = 32768;
+// The list of codes has none for a fault of the back end itself; a block
+// the generator can't lay out is reported with the back end's catch-all.
+constexpr CompileErrorCode kMalformedBlockError = CodeBufferFull;
 
 // What one machine register holds: the operands whose value it has.
 class RegisterState {
@@ -176,14 +183,21 @@ public:
   // Moves every pending fix-up by `delta`: a prolog of that length has been
   // put in front of the body.
   void AdjustImportListOffsets(int delta);
+  // The same for the open function's line index, if one is kept.
+  void AdjustLineIndexOffsets(int delta);
   // Hands the pending fix-ups to `target`, whose own list is empty then.
   void MakeImportListPermanent(Ref<FunctionBlock> target);
   // Fails the generation and reports at the line at hand; that line is
   // still finished.
   void Error(CompileErrorCode code);
 
-  int PendingImportCount() const { return pendingCount; }
+  int PendingImportCount() const { return (int)pendingImports.size(); }
   bool Failed() const { return failed; }
+  // The line index of the module's function at `function`, once finished;
+  // null without debug information.
+  Ref<CodeOffsetToLineIndex> LineIndex(unsigned long function) const;
+  // A string label starts a function; any other line belongs to one.
+  static bool OpensFunction(TacLine const& line);
 
 protected:
   void NewFunction(string name, bool bigEndian);
@@ -196,10 +210,12 @@ protected:
   Ref<DebuggerSymbols> debug;
   Ref<FunctionBlock> currentFunction;
   SourceLocation location;
+  // The open function's line index, and those of the finished functions in
+  // module order.
   Ref<CodeOffsetToLineIndex> lineIndex;
+  SimpleVector<Ref<CodeOffsetToLineIndex>> lineIndexes;
   SimpleVector<string> intrinsicNames;
-  Import* pendingImports;
-  int32_t pendingCount;
+  std::vector<Import> pendingImports;
   CompilerDelegate* delegate;
   bool failed;
 };

@@ -80,6 +80,12 @@ void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
 // ---------------------------------------------------------------------------
 // Stages
 
+bool Rel32Reaches(uintptr_t next, uintptr_t target) {
+  if (sizeof(uintptr_t) == 4) return true;
+  int64_t distance = (int64_t)target - (int64_t)next;
+  return distance >= INT32_MIN && distance <= INT32_MAX;
+}
+
 static bool IsStubName(string const& name) {
   long prefix = (long)sizeof(kStubPrefix) - 1;
   return name.Length() >= prefix && left(name, (int)prefix).CompareWithCase(kStubPrefix) == 0;
@@ -155,7 +161,10 @@ public:
   Linker(Ref<CodeModule> linked, StringMap<void*>* runtimeTable, CompilerDelegate* errors)
       : module(linked), table(runtimeTable), delegate(errors),
         ppc(linked->family == CodeModule::kFamilyPPC) {}
-  ~Linker() { delete[] data; }
+  ~Linker() {
+    delete[] data;
+    delete image;
+  }
 
   RunReadyCode* Link();
 
@@ -163,12 +172,15 @@ private:
   void AssignSpace(Import const& import);
   void Resolve(Import const& import);
   void ResolveCall(Import const& import);
+  void ResolveCallPPC(Import const& import);
   void ResolveGlobal(Import const& import);
   void ResolveCodePointer(Import const& import);
   void ResolveString(Import const& import);
-  unsigned int StubFor(string const& name);
+  unsigned int StubFor(string const& name, void* address);
   bool LookUpOutside(string const& name, void*& address);
-  CodeMapping* PlaceIA32Code();
+  uintptr_t CodeBase() const { return (uintptr_t)image->Address(); }
+  bool MapIA32Code();
+  bool PlaceIA32Code();
   void Fail(CompileErrorCode code, string const& word);
   RunReadyCode* ReportFailures();
 
@@ -188,8 +200,11 @@ private:
   StringMap<unsigned long> codeSlots;
   uint32_t dataSize = 0;
   char* data = nullptr;
-  // IA-32 pointers to functions of the block, filled once its address is known.
-  SimpleVector<Import> localCodePointers;
+  // IA-32: where the block will run, mapped before the fix-ups are made,
+  // with room behind the block for a stub per outside name.
+  CodeMapping* image = nullptr;
+  StringMap<int> outsideCalls;
+  unsigned int outsideCallCount = 0;
   // Each failing name once, in order of discovery, with its code.
   StringMap<int> failedNames;
   SimpleVector<string> failures;
@@ -233,10 +248,15 @@ RunReadyCode* Linker::ReportFailures() {
   return nullptr;
 }
 
-// Step 3: data space by first use.
+// Data space by first use; on IA-32 also the room for a stub per outside name.
 void Linker::AssignSpace(Import const& import) {
   if (IsCall(import.type)) {
-    if (ppc && !merged.HasEntry(import.name) && !codeSlots.HasEntry(import.name)) {
+    if (merged.HasEntry(import.name)) return;
+    if (!ppc) {
+      if (outsideCalls.HasEntry(import.name)) return;
+      outsideCalls.AddEntry(import.name, 0);
+      ++outsideCallCount;
+    } else if (!codeSlots.HasEntry(import.name)) {
       codeSlots.AddEntry(import.name, dataSize);
       dataSize += 4;
     }
@@ -269,9 +289,10 @@ bool Linker::LookUpOutside(string const& name, void*& address) {
   return false;
 }
 
-// Appends the stub of an outside function, with the import that fills in
-// its address; the walk reaches that import later.
-unsigned int Linker::StubFor(string const& name) {
+// Appends the stub of an outside function, once per name. On PowerPC the
+// stub's import, which fills in the function's slot, is reached later in
+// the walk; an IA-32 stub is complete at once, as the mapping is known.
+unsigned int Linker::StubFor(string const& name, void* address) {
   string stubName = string(kStubPrefix) + name;
   unsigned int target = 0;
   if (merged.GetEntry(stubName, target)) return target;
@@ -281,15 +302,15 @@ unsigned int Linker::StubFor(string const& name) {
     for (uint32_t word : kPPCStub) block->Append32(word);
     block->MarkImport(Import::kCodePtrPPC, name, (int)target - (int)block->Length());
   } else {
-    block->Append8(kStubPushOpcode);
-    block->Append32(0);
-    block->Append8(kStubReturnOpcode);
-    block->MarkImport(Import::kCodePtrIA32, name, (int)(target + kStubAddressOffset) - (int)block->Length());
+    block->Append8(kStubJumpOpcode);
+    block->Append8(kStubJumpModRM);
+    block->Append32((uint32_t)(CodeBase() + target + kStubTargetOffset));
+    block->Append32((uint32_t)(uintptr_t)address);
   }
   return target;
 }
 
-void Linker::ResolveCall(Import const& import) {
+void Linker::ResolveCallPPC(Import const& import) {
   unsigned int target = 0;
   bool direct = false;
   if (merged.GetEntry(import.name, target)) {
@@ -297,21 +318,38 @@ void Linker::ResolveCall(Import const& import) {
   } else {
     void* outside = nullptr;
     if (!LookUpOutside(import.name, outside)) return;
-    target = StubFor(import.name);
+    target = StubFor(import.name, outside);
   }
   int32_t distance = (int32_t)target - import.offset;
+  OrWord(import.offset, (uint32_t)distance & kPPCDisplacementMask);
+  unsigned int next = (unsigned int)import.offset + 4;
+  if (direct && block->Get32(next) == kPPCRestoreTOC) block->Set32(next, kPPCNop);
+}
+
+// A rel32 counts from the end of its field: the field is the call's last word.
+void Linker::ResolveCall(Import const& import) {
   if (ppc) {
-    OrWord(import.offset, (uint32_t)distance & kPPCDisplacementMask);
-    unsigned int next = (unsigned int)import.offset + 4;
-    if (direct && block->Get32(next) == kPPCRestoreTOC) block->Set32(next, kPPCNop);
-  } else {
-    block->Set32((unsigned int)import.offset, (uint32_t)(distance - 4));
+    ResolveCallPPC(import);
+    return;
   }
+  unsigned int next = (unsigned int)import.offset + 4;
+  unsigned int target = 0;
+  if (!merged.GetEntry(import.name, target)) {
+    void* outside = nullptr;
+    if (!LookUpOutside(import.name, outside)) return;
+    uintptr_t from = CodeBase() + next;
+    if (Rel32Reaches(from, (uintptr_t)outside)) {
+      block->Set32((unsigned int)import.offset, (uint32_t)((uintptr_t)outside - from));
+      return;
+    }
+    target = StubFor(import.name, outside);
+  }
+  block->Set32((unsigned int)import.offset, (uint32_t)(target - next));
 }
 
 void Linker::ResolveGlobal(Import const& import) {
   unsigned long offset = 0;
-  if (!dataOffsets.GetEntry(import.name, offset)) return;  // failed in step 3
+  if (!dataOffsets.GetEntry(import.name, offset)) return;  // reported by AssignSpace
   if (ppc) OrWord(import.offset, (uint32_t)offset & 0xffff);
   else block->Set32((unsigned int)import.offset, (uint32_t)((uintptr_t)data + offset));
 }
@@ -321,8 +359,10 @@ void Linker::ResolveCodePointer(Import const& import) {
   void* outside = nullptr;
   if (!inside && !LookUpOutside(import.name, outside)) return;
   if (!ppc) {
-    if (inside) localCodePointers.push_back(import);
-    else block->Set32((unsigned int)import.offset, (uint32_t)(uintptr_t)outside);
+    unsigned int offset = 0;
+    merged.GetEntry(import.name, offset);
+    uintptr_t address = inside ? CodeBase() + offset : (uintptr_t)outside;
+    block->Set32((unsigned int)import.offset, (uint32_t)address);
     return;
   }
   unsigned long slot = 0;
@@ -342,7 +382,7 @@ void Linker::ResolveString(Import const& import) {
   else block->Set32((unsigned int)import.offset, (uint32_t)(uintptr_t)strings[slot].Storage());
 }
 
-// Step 5, one import.
+// Patches one import.
 void Linker::Resolve(Import const& import) {
   if (IsUnsupported(import.type)) Fail(CodeBufferFull, string());
   else if (IsCall(import.type)) ResolveCall(import);
@@ -351,25 +391,15 @@ void Linker::Resolve(Import const& import) {
   else if (IsString(import.type)) ResolveString(import);
 }
 
-// Step 6 and the move into executable memory: the block's address is final
-// once it is mapped, so its own function pointers are patched before the copy.
-CodeMapping* Linker::PlaceIA32Code() {
-  auto* image = new CodeMapping(block->Length());
-  if (!image->Valid()) {
-    delete image;
-    return nullptr;
-  }
-  uintptr_t base = (uintptr_t)image->Address();
-  for (unsigned long i = 0; i < localCodePointers.size(); ++i) {
-    unsigned int offset = 0;
-    merged.GetEntry(localCodePointers[i].name, offset);
-    block->Set32((unsigned int)localCodePointers[i].offset, (uint32_t)(base + offset));
-  }
-  if (!image->Write(0, block->Buffer(), block->Length()) || !image->Seal()) {
-    delete image;
-    return nullptr;
-  }
-  return image;
+// The block's address is fixed before its fix-ups are made: calls to the
+// library and pointers to the block's own functions depend on it.
+bool Linker::MapIA32Code() {
+  image = new CodeMapping(block->Length() + outsideCallCount * (unsigned int)kIA32StubSize);
+  return image->Valid();
+}
+
+bool Linker::PlaceIA32Code() {
+  return image->Write(0, block->Buffer(), block->Length()) && image->Seal();
 }
 
 RunReadyCode* Linker::Link() {
@@ -377,18 +407,20 @@ RunReadyCode* Linker::Link() {
   block = MergeModuleFunctions(module, &merged);
   for (unsigned long i = 0; i < block->imports.size(); ++i) AssignSpace(block->imports[i]);
   data = new char[dataSize]();
-  // Stubs add imports as the walk goes: the size is read on every step, and
-  // each import is copied out before the list can move.
+  if (!ppc && !MapIA32Code()) {
+    Fail(CodeBufferFull, string());
+    return ReportFailures();
+  }
+  // PowerPC stubs add imports as the walk goes: the size is read on every
+  // step, and each import is copied out before the list can move.
   for (unsigned long i = 0; i < block->imports.size(); ++i) {
     Import import = block->imports[i];
     Resolve(import);
   }
   if (failures.size()) return ReportFailures();
-  CodeMapping* image = nullptr;
   void* codeAddress = block->Buffer();
   if (!ppc) {
-    image = PlaceIA32Code();
-    if (!image) {
+    if (!PlaceIA32Code()) {
       Fail(CodeBufferFull, string());
       return ReportFailures();
     }
@@ -399,6 +431,7 @@ RunReadyCode* Linker::Link() {
   PokeInCodePointers(module->family, data, &codeSlots, codeAddress, &merged, table);
   auto* linked = new RunReadyCode(block, data, (int)dataSize, strings, image);
   data = nullptr;
+  image = nullptr;
   return linked;
 }
 

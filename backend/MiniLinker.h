@@ -2,10 +2,15 @@
 //
 // MiniLink lays a CodeModule's functions end to end in one block ("% main"
 // first, so the image starts at offset 0), gives every global its place in
-// one zeroed data area, gives each distinct string literal one record, adds
-// one stub for each function that lives outside the block, and patches every
-// Import. Nothing is relocated afterwards: the code holds absolute addresses
-// of the data area, the literals and the library.
+// one zeroed data area, gives each distinct string literal one record, and
+// patches every Import. Nothing is relocated afterwards: the code holds
+// absolute addresses of the data area, the literals and the library.
+//
+// IA-32 code calls the library straight: the code memory is mapped before
+// the fix-ups are made, so a call's rel32 is known from where it will run.
+// A stub (one per name) stands in only for a function out of a rel32's
+// reach. PowerPC calls every outside function through a stub, which loads
+// the callee's transition vector.
 //
 // Invariants:
 // - Code memory is mapped writable, filled and patched, then switched to
@@ -37,13 +42,20 @@ class KvScriptCorrespondent;
 constexpr char kStubPrefix[] = "%__glink.";
 constexpr char kPointerGlueName[] = "%__ptr_glue";
 
-// IA-32 stub: push imm32, ret. A jump to an absolute address that uses no
-// register, so arguments and results pass through untouched.
-constexpr uint8_t kStubPushOpcode = 0x68;
-constexpr uint8_t kStubReturnOpcode = 0xC3;
-// The address sits behind the push opcode.
-constexpr int32_t kStubAddressOffset = 1;
-constexpr int32_t kIA32StubSize = 6;
+// IA-32 stub: FF 25 disp32, jmp [disp32], through the word right behind it
+// that holds the function's address. It uses no register and no stack, so
+// arguments and results pass through untouched, and the return address
+// stays the caller's, so returns are predicted.
+constexpr uint8_t kStubJumpOpcode = 0xFF;
+constexpr uint8_t kStubJumpModRM = 0x25;  // mod 0, /4, rm 5: an absolute address
+constexpr int32_t kStubSlotAddressOffset = 2;
+constexpr int32_t kStubTargetOffset = 6;
+constexpr int32_t kIA32StubSize = 10;
+
+// Whether a rel32 at `next` (the address behind the call) reaches `target`.
+// 32-bit code adds the displacement to eip modulo 2^32, so there every
+// address is in reach; a wider address space would limit it to +-2 GiB.
+bool Rel32Reaches(uintptr_t next, uintptr_t target);
 
 // PowerPC words that the linker writes or recognises.
 constexpr uint32_t kPPCRestoreTOC = 0x80410014;  // lwz r2,20(r1), behind a bl

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "cg_harness.h"
@@ -98,36 +99,34 @@ public:
 TEST(CodeGenerator, EachOpcodeReachesTheHandlerOfItsName) {
   InitTacConstants();
   TacBlock block;
-  for (int op = 0; op < kTacOpcodeCount; ++op)
+  std::vector<int> expected;
+  for (int op = 0; op < kTacOpcodeCount; ++op) {
+    if (op == tac_Stop) continue;
     block.AddLine((TacOpcode)op, nilTacAddr, nilTacAddr, nilTacAddr, 100 + op);
+    expected.push_back(op);
+  }
   // A number past the list has no handler and is passed over.
   block.AddLine((TacOpcode)kTacOpcodeCount, nilTacAddr, nilTacAddr, nilTacAddr, 999);
+  // No line may follow the one that closes "% main".
+  block.AddLine(tac_Stop, nilTacAddr, nilTacAddr, nilTacAddr, 100 + tac_Stop);
+  expected.push_back(tac_Stop);
 
   RecordingGenerator generator;
   Ref<CodeModule> module = generator.Generate(&block, Ref<SymbolTableList>());
   ASSERT_TRUE(module);
-  ASSERT_EQ(generator.seen.size(), (size_t)kTacOpcodeCount);
-  for (int op = 0; op < kTacOpcodeCount; ++op) EXPECT_EQ(generator.seen[op], op);
+  EXPECT_EQ(generator.seen, expected);
   // The hook before each line runs ahead of its handler.
   EXPECT_EQ(generator.order[0], -101);
   EXPECT_EQ(generator.order[1], tac_Noop);
-  EXPECT_EQ(generator.order.back(), -1000);
+  auto unknown = std::find(generator.order.begin(), generator.order.end(), -1000);
+  ASSERT_NE(unknown, generator.order.end());
+  EXPECT_EQ(unknown[1], -101 - tac_Stop);
   ASSERT_EQ(generator.begun.size(), 1u);
   EXPECT_EQ(generator.begun[0], "% main");
   // tac_Stop closed "% main".
   ASSERT_EQ(module->functions.size(), 1u);
   EXPECT_STREQ(module->functions[0]->name.CString(), "% main");
   EXPECT_EQ(module->family, CodeModule::kFamilyIA32);
-}
-
-TEST(CodeGenerator, AnEmptyBlockOpensMainButLeavesNoFunction) {
-  InitTacConstants();
-  TacBlock block;
-  RecordingGenerator generator;
-  Ref<CodeModule> module = generator.Generate(&block, Ref<SymbolTableList>());
-  ASSERT_TRUE(module);
-  EXPECT_EQ(generator.begun.size(), 1u);
-  EXPECT_EQ(module->functions.size(), 0u);
 }
 
 TEST(CodeGenerator, ProgressCountsLinesOnlyWithADelegate) {
@@ -214,51 +213,86 @@ TEST(CodeGenerator, ImportsAreMovedByThePrologAndHandedToTheBlock) {
   EXPECT_EQ(untouched->imports.size(), 0u);
 }
 
-TEST(CodeGenerator, TheImportPastTheLimitIsError93EachTime) {
-  InitTacConstants();
-  RecordingDelegate delegate;
-  RecordingGenerator generator;
-  generator.SetDelegate(&delegate);
-  generator.BeginFunction(string("f"));
-  for (int i = 0; i < kMaxPendingImports; ++i) generator.MarkImport(Import::kDataIA32, string("g"), 2);
-  EXPECT_TRUE(delegate.errors.empty());
-  EXPECT_EQ(generator.PendingImportCount(), 32768);
-  EXPECT_FALSE(generator.Failed());
-
-  generator.MarkImport(Import::kDataIA32, string("g"), 2);
-  generator.MarkImport(Import::kDataIA32, string("g"), 2);
-  ASSERT_EQ(delegate.errors.size(), 2u);
-  EXPECT_EQ(delegate.errors[0].Type(), CodeBufferFull);
-  EXPECT_EQ((int)delegate.errors[1].Type(), 93);
-  EXPECT_EQ(generator.PendingImportCount(), 32768);
-  EXPECT_TRUE(generator.Failed());
+// Blocks the front end never makes: each is refused where it goes wrong,
+// never turned into a module with a function missing or misplaced.
+TEST(CodeGenerator, AMalformedBlockIsAnErrorAndGivesNoModule) {
+  struct Case {
+    char const* what;
+    // Builds the block; returns the line the error is reported at.
+    long (*build)(TacProgram&);
+  } const cases[] = {
+      {"an empty block leaves main open", [](TacProgram&) { return -1L; }},
+      {"main without tac_Stop at the end", [](TacProgram& p) {
+         p.Add(tac_Noop);
+         return p.line;
+       }},
+      {"a function opened while main is", [](TacProgram& p) {
+         p.Add(tac_Call, p.Text("Pending"));
+         p.mainOpen = false;
+         p.Function("f");
+         p.Return();
+         return 2L;
+       }},
+      {"a function opened inside another", [](TacProgram& p) {
+         p.Function("f");
+         p.Add(tac_Call, p.Text("Pending"));
+         p.Function("g");
+         p.Return();
+         return 5L;
+       }},
+      {"a line after the last function", [](TacProgram& p) {
+         p.Function("f");
+         p.Return();
+         p.Add(tac_Noop);
+         return p.line;
+       }},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    TacProgram program;
+    long line = c.build(program);
+    RecordingDelegate delegate;
+    EXPECT_FALSE(GenerateIA32(program, &delegate));
+    EXPECT_EQ(delegate.errors.size(), 1u);
+    if (delegate.errors.empty()) continue;
+    EXPECT_EQ(delegate.errors[0].Type(), kMalformedBlockError);
+    EXPECT_EQ(delegate.errors[0].Location().startLine, line);
+  }
 }
 
-// The same limit reached by real code: 32769 calls in one function.
-TEST(CodeGenerator, AFunctionWithTooManyFixUpsGivesNoModule) {
+// Each function's line index gives offsets into the function as finished,
+// with its prolog in front; the line that opens a function is in none.
+TEST(CodeGenerator, TheLineIndexCountsThePrologIn) {
   TacProgram program;
-  TacAddr const* callee = program.Text("callee");
-  for (int i = 0; i <= kMaxPendingImports; ++i) program.Add(tac_Call, callee);
-  program.Add(tac_Stop);
-
-  RecordingDelegate delegate;
-  EXPECT_FALSE(GenerateIA32(program, &delegate));
-  ASSERT_EQ(delegate.errors.size(), 1u);
-  EXPECT_EQ(delegate.errors[0].Type(), CodeBufferFull);
-  EXPECT_EQ(delegate.errors[0].Location().startLine, kMaxPendingImports + 1);
-  // The line that overflowed was the last one compiled.
-  EXPECT_EQ(delegate.progress.size(), (size_t)kMaxPendingImports + 1);
-
-  // One fewer fits.
-  TacProgram fits;
-  TacAddr const* name = fits.Text("callee");
-  for (int i = 0; i < kMaxPendingImports; ++i) fits.Add(tac_Call, name);
-  fits.Add(tac_Stop);
-  RecordingDelegate quiet;
-  Ref<CodeModule> module = GenerateIA32(fits, &quiet);
+  program.Add(tac_Noop);  // line 1
+  program.Function("f");  // tac_Stop 2, the label 3, tac_Symbols 4
+  auto p = program.Params({{"a", kTypeInteger}});
+  program.Add(tac_Noop);  // line 6
+  program.Return(p[0]);
+  CGIA32 generator;
+  generator.Configure(CGIA32Options(), TestIntrinsicNames());
+  Ref<DebuggerSymbols> debug;
+  debug.BindNewObject(new DebuggerSymbols);
+  generator.SetDebug(debug);
+  Ref<CodeModule> module = generator.Generate(&program.block, program.symbols);
   ASSERT_TRUE(module);
-  EXPECT_TRUE(quiet.errors.empty());
-  EXPECT_EQ(module->functions[0]->imports.size(), (unsigned long)kMaxPendingImports);
+  struct {
+    long noop;
+    long last;
+  } const expected[] = {{1, 2}, {6, program.line}};
+  ASSERT_EQ(module->functions.size(), 2u);
+  for (unsigned long f = 0; f < 2; ++f) {
+    Ref<CodeOffsetToLineIndex> index = generator.LineIndex(f);
+    ASSERT_TRUE(index);
+    int noopAt = -1;
+    for (unsigned long i = 0; i < index->entries.size(); ++i) {
+      if (index->entries[i].line == expected[f].noop) noopAt = index->entries[i].offset;
+    }
+    ASSERT_GT(noopAt, 0) << f;
+    EXPECT_EQ(module->functions[f]->Get8((unsigned)noopAt), 0x90u) << f;
+    EXPECT_EQ(index->LookupLine(1 << 20), expected[f].last) << f;
+  }
+  EXPECT_FALSE(generator.LineIndex(2));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Hand-assembled modules for the linker's tests: functions written with the
-// instruction writer, their fix-ups marked as a code generator marks them,
-// and outside functions that record what the linked code did.
+// Hand-assembled modules for the linker's tests that read the linked words
+// without running them: functions written with the instruction writer, their
+// fix-ups marked as a code generator marks them. Code that runs comes from
+// the code generator itself, so that what is tested is what scripts run.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,36 +28,11 @@ public:
   void ia32_Write16(int value) override { block->Append16((unsigned long)value); }
   void ia32_Write32(int value) override { block->Append32((unsigned long)value); }
 
-  // The library is compiled for a stack aligned to 16 bytes at each call,
-  // and the sanitizers rely on it: the frame aligns itself.
-  void Prolog() {
-    ia32_push(kEBP);
-    ia32_mov(kModRegister, kEBP, kESP);
-    ia32_and_imm8_se(kModRegister, kESP, -16);
-  }
-  void Epilog() {
-    ia32_mov(kModRegister, kESP, kEBP);
-    ia32_pop(kEBP);
-    ia32_ret_near();
-  }
-  // Room that keeps the stack aligned once `count` arguments are pushed.
-  void ReserveArgs(int count) {
-    int pad = (16 - 4 * count % 16) % 16;
-    if (pad) ia32_sub_imm32(kModRegister, kESP, pad);
-  }
-  void DropArgs(int count) { ia32_add_imm32(kModRegister, kESP, (4 * count + 15) / 16 * 16); }
   // call rel32 to a named function; returns the offset of the rel32 field.
   int Call(char const* name) {
     int field = (int)block->Length() + 1;
     block->MarkImport(Import::kCallIA32, name, 1);
     ia32_call_disp32(0);
-    return field;
-  }
-  // push imm32 of a literal's record address.
-  int PushLiteral(string text) {
-    int field = (int)block->Length() + 1;
-    block->MarkImport(Import::kStringIA32, text, 1);
-    ia32_push_imm32(0);
     return field;
   }
   // mov eax, imm32 of a function's address.
@@ -80,21 +56,6 @@ public:
     ia32_mov_backwards(kModNoDisp, kEAX, kRMAbsolute, 0);
     return field;
   }
-  // Calls a one-argument outside function with eax and drops the argument.
-  void CallWithEAX(char const* name) {
-    ReserveArgs(1);
-    ia32_push(kEAX);
-    Call(name);
-    DropArgs(1);
-  }
-  // Calls a one-argument outside function with a literal.
-  void CallWithLiteral(char const* name, string text) {
-    ReserveArgs(1);
-    PushLiteral(text);
-    Call(name);
-    DropArgs(1);
-  }
-
   Ref<FunctionBlock> block;
 };
 
@@ -123,9 +84,9 @@ inline uint32_t WordAt(RunReadyCode const& image, int offset) {
   return (uint32_t)image.code->Get32((unsigned int)offset);
 }
 
-// Where a rel32 call field leads, as an offset in the linked block.
-inline int CallTarget(RunReadyCode const& image, int field) {
-  return field + 4 + (int32_t)WordAt(image, field);
+// Where a rel32 call field leads once the code runs from its mapping.
+inline uintptr_t CallDestination(RunReadyCode const& image, int field) {
+  return (uintptr_t)image.CodeAddress() + (uintptr_t)field + 4 + WordAt(image, field);
 }
 
 }  // namespace linktest

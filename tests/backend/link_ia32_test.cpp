@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include <strings.h>
+
+#include "cg_harness.h"
 #include "link_fixture.h"
 
 #include "engine/KVScriptInterface.h"
@@ -40,7 +43,7 @@ protected:
   }
 
   StringMap<void*> table;
-  RecordingDelegate delegate;
+  linktest::RecordingDelegate delegate;
 };
 
 // The permissions of the mapping that holds `address`, as /proc lists them.
@@ -62,48 +65,59 @@ std::string PermissionsOf(void const* address) {
   return found;
 }
 
-TEST_F(LinkIA32, OneStubPerOutsideFunctionWithEveryCallLeadingToIt) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  int first = main.Call("Counter");
-  int second = main.Call("Counter");
-  int toHelper = main.Call("Helper");
-  main.Epilog();
-  int helperStart = (int)main.block->Length();
-  FunctionWriter helper(module, "Helper");
-  helper.Prolog();
-  int third = helperStart + helper.Call("counter");  // names match without regard to case
-  helper.Epilog();
-  int codeLength = helperStart + (int)helper.block->Length();
+// The offsets of the calls to `name` (in any case) in the linked block.
+std::vector<int> CallFields(RunReadyCode const& image, char const* name) {
+  std::vector<int> fields;
+  SimpleVector<Import> const& imports = image.code->imports;
+  for (unsigned long i = 0; i < imports.size(); ++i) {
+    if (imports[i].type == Import::kCallIA32 && strcasecmp(imports[i].name.CString(), name) == 0)
+      fields.push_back(imports[i].offset);
+  }
+  return fields;
+}
+
+int CodePointerField(RunReadyCode const& image) {
+  SimpleVector<Import> const& imports = image.code->imports;
+  for (unsigned long i = 0; i < imports.size(); ++i) {
+    if (imports[i].type == Import::kCodePtrIA32) return imports[i].offset;
+  }
+  return -1;
+}
+
+TEST_F(LinkIA32, CallsGoStraightToTheLibraryAndToScriptFunctions) {
+  TacProgram program;
+  program.Add(tac_Call, program.Text("Counter"));
+  program.Add(tac_Call, program.Text("Counter"));
+  program.Add(tac_Call, program.Text("Helper"));
+  program.Function("Helper");
+  program.Add(tac_Call, program.Text("counter"));  // names match without regard to case
+  program.Return();
+  Ref<CodeModule> module = GenerateIA32(program);
+  ASSERT_TRUE(module);
+  unsigned int helperStart = module->functions[0]->Length();
+  unsigned int codeLength = helperStart + module->functions[1]->Length();
 
   auto image = Link(module);
   ASSERT_NE(image, nullptr);
   EXPECT_TRUE(delegate.codes.empty());
-
-  // One stub, right behind the code, and all three calls go there.
-  int stub = CallTarget(*image, first);
-  EXPECT_EQ(stub, codeLength);
-  EXPECT_EQ(CallTarget(*image, second), stub);
-  EXPECT_EQ(CallTarget(*image, third), stub);
-  EXPECT_EQ((int)image->code->Length(), codeLength + kIA32StubSize);
-  EXPECT_EQ(image->code->Get8((unsigned int)stub), kStubPushOpcode);
-  EXPECT_EQ(WordAt(*image, stub + kStubAddressOffset), (uint32_t)(uintptr_t)&LinkTestCounter);
-  EXPECT_EQ(image->code->Get8((unsigned int)stub + 5), kStubReturnOpcode);
-  // A script function is called straight, with no stub.
-  EXPECT_EQ(CallTarget(*image, toHelper), helperStart);
+  std::vector<int> toCounter = CallFields(*image, "Counter");
+  ASSERT_EQ(toCounter.size(), 3u);
+  for (int field : toCounter) EXPECT_EQ(CallDestination(*image, field), (uintptr_t)&LinkTestCounter);
+  std::vector<int> toHelper = CallFields(*image, "Helper");
+  ASSERT_EQ(toHelper.size(), 1u);
+  EXPECT_EQ(CallDestination(*image, toHelper[0]), (uintptr_t)image->CodeAddress() + helperStart);
+  // No stub: the image is the functions and nothing else.
+  EXPECT_EQ(image->code->Length(), codeLength);
 
   image->Run(nullptr);
   EXPECT_EQ(sCounterCalls, 3);
 }
 
 TEST_F(LinkIA32, CodeIsExecutableAndNeverWritable) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  main.Call("Counter");
-  main.Epilog();
-  auto image = Link(module);
+  TacProgram program;
+  program.Add(tac_Call, program.Text("Counter"));
+  program.EmptyMain();
+  auto image = Link(GenerateIA32(program));
   ASSERT_NE(image, nullptr);
   ASSERT_NE(image->CodeAddress(), nullptr);
   EXPECT_EQ(PermissionsOf(image->CodeAddress()).substr(0, 3), "r-x");
@@ -114,41 +128,30 @@ TEST_F(LinkIA32, CodeIsExecutableAndNeverWritable) {
   EXPECT_FALSE(image->image->Write(0, &patch, 1));
 }
 
-TEST_F(LinkIA32, AddressOfAScriptFunctionIsItsPlaceInTheFinalBlock) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  int pointer = main.LoadFunctionAddress("Helper");
-  main.ia32_call(kModRegister, kEAX);  // call eax
-  main.Call("Counter");                // a stub lands behind the code
-  main.Epilog();
-  int helperStart = (int)main.block->Length();
-  FunctionWriter helper(module, "Helper");
-  helper.Prolog();
-  helper.Call("Counter");
-  helper.Epilog();
+// A function pointer, to a script function or to the library, called
+// through a global.
+TEST_F(LinkIA32, AFunctionsAddressIsItsPlaceInTheBlockOrTheTables) {
+  for (bool outside : {false, true}) {
+    SCOPED_TRACE(outside ? "outside" : "script");
+    sCounterCalls = 0;
+    TacProgram program;
+    TacAddr const* pointer = program.Global("pointer", kTypeInteger);
+    program.Add(tac_FuncPtr, program.Text(outside ? "Counter" : "Helper"), nullptr, pointer);
+    program.Add(tac_CallPtr, pointer);
+    program.Function("Helper");
+    program.Add(tac_Call, program.Text("Counter"));
+    program.Return();
+    Ref<CodeModule> module = GenerateIA32(program);
+    ASSERT_TRUE(module);
+    unsigned int helperStart = module->functions[0]->Length();
 
-  auto image = Link(module);
-  ASSERT_NE(image, nullptr);
-  EXPECT_EQ(WordAt(*image, pointer), (uint32_t)(uintptr_t)(image->CodeAddress() + helperStart));
-  image->Run(nullptr);
-  EXPECT_EQ(sCounterCalls, 2);
-}
-
-TEST_F(LinkIA32, AddressOfAnOutsideFunctionIsTheTablesAddress) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  int pointer = main.LoadFunctionAddress("Counter");
-  main.ia32_call(kModRegister, kEAX);
-  main.Epilog();
-  auto image = Link(module);
-  ASSERT_NE(image, nullptr);
-  EXPECT_EQ(WordAt(*image, pointer), (uint32_t)(uintptr_t)&LinkTestCounter);
-  // Taking an address makes no stub.
-  EXPECT_EQ(image->code->Length(), main.block->Length());
-  image->Run(nullptr);
-  EXPECT_EQ(sCounterCalls, 1);
+    auto image = Link(module);
+    ASSERT_NE(image, nullptr);
+    uintptr_t expected = outside ? (uintptr_t)&LinkTestCounter : (uintptr_t)image->CodeAddress() + helperStart;
+    EXPECT_EQ(WordAt(*image, CodePointerField(*image)), (uint32_t)expected);
+    image->Run(nullptr);
+    EXPECT_EQ(sCounterCalls, 1);
+  }
 }
 
 TEST_F(LinkIA32, IdenticalLiteralsShareOneRecordButCaseMakesADifferentOne) {
@@ -156,22 +159,21 @@ TEST_F(LinkIA32, IdenticalLiteralsShareOneRecordButCaseMakesADifferentOne) {
   string helloAgain;
   helloAgain.ConstructFromBuffer("hello", 5);  // equal text, separate record
   helloAgain.SetEncoding(hello.Encoding());
-  string upper("HELLO");
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  main.CallWithLiteral("Record", hello);
-  main.Call("Second");
-  main.Epilog();
-  FunctionWriter second(module, "Second");
-  second.Prolog();
-  second.CallWithLiteral("Record", helloAgain);
-  second.CallWithLiteral("Record", upper);
-  second.CallWithLiteral("Record", string());  // the empty literal is the null record
-  second.Epilog();
   ASSERT_NE(hello.Storage(), helloAgain.Storage());
+  ConstAddr first(hello), again(helloAgain), upper(string("HELLO")), empty((string()));
+  TacProgram program;
+  TacAddr const* record = program.Text("Record");
+  program.Add(tac_PutParam, &first);
+  program.Add(tac_Call, record);
+  program.Add(tac_Call, program.Text("Second"));
+  program.Function("Second");
+  for (TacAddr const* literal : {&again, &upper, &empty}) {  // the empty literal is the null record
+    program.Add(tac_PutParam, literal);
+    program.Add(tac_Call, record);
+  }
+  program.Return();
 
-  auto image = Link(module);
+  auto image = Link(GenerateIA32(program));
   ASSERT_NE(image, nullptr);
   image->Run(nullptr);
   ASSERT_EQ(sRecorded.size(), 4u);
@@ -181,7 +183,7 @@ TEST_F(LinkIA32, IdenticalLiteralsShareOneRecordButCaseMakesADifferentOne) {
   EXPECT_STREQ(stringStorage::CString(reinterpret_cast<stringStorage*>(sRecorded[0])), "hello");
   EXPECT_STREQ(stringStorage::CString(reinterpret_cast<stringStorage*>(sRecorded[2])), "HELLO");
   // The image keeps the records alive: one entry for each distinct text.
-  EXPECT_EQ(image->strings.size(), 3u);
+  EXPECT_EQ(image->strings.size(), 2u);
 }
 
 TEST_F(LinkIA32, LiteralsOutliveTheModuleThatNamedThem) {
@@ -190,12 +192,12 @@ TEST_F(LinkIA32, LiteralsOutliveTheModuleThatNamedThem) {
   {
     string text;
     text.ConstructFromBuffer("kept", 4);
-    Ref<CodeModule> module = NewModule();
-    FunctionWriter main(module, "% main");
-    main.Prolog();
-    main.CallWithLiteral("Record", text);
-    main.Epilog();
-    image = Link(module);
+    ConstAddr literal(text);
+    TacProgram program;
+    program.Add(tac_PutParam, &literal);
+    program.Add(tac_Call, program.Text("Record"));
+    program.EmptyMain();
+    image = Link(GenerateIA32(program));
     address = (uintptr_t)text.Storage();
   }
   ASSERT_NE(image, nullptr);
@@ -208,16 +210,12 @@ TEST_F(LinkIA32, LiteralsOutliveTheModuleThatNamedThem) {
 TEST_F(LinkIA32, AGlobalTakesItsLargestRecordedSize) {
   Ref<CodeModule> module = NewModule();
   FunctionWriter main(module, "% main");
-  main.Prolog();
   int wide = main.LoadGlobal("wide");  // read as 4 bytes here
   int narrow = main.LoadGlobal("narrow");
   main.Call("Other");
-  main.Epilog();
   int otherStart = (int)main.block->Length();
   FunctionWriter other(module, "Other");
-  other.Prolog();
   int wideAgain = otherStart + other.StoreGlobal("WIDE");
-  other.Epilog();
   // The generator keeps the largest size it met: a Double elsewhere.
   module->globalSizes.AddEntry("wide", 8);
   module->globalSizes.AddEntry("narrow", 4);
@@ -232,19 +230,17 @@ TEST_F(LinkIA32, AGlobalTakesItsLargestRecordedSize) {
 }
 
 TEST_F(LinkIA32, EveryRunStartsFromTheInitialData) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  main.LoadGlobal("g");
-  main.CallWithEAX("Record");
-  main.ia32_mov_imm32(kEAX, 42);
-  main.StoreGlobal("g");
-  main.LoadGlobal("g");
-  main.CallWithEAX("Record");
-  main.Epilog();
-  module->globalSizes.AddEntry("g", 4);
+  TacProgram program;
+  TacAddr const* g = program.Global("g", kTypeInteger);
+  TacAddr const* record = program.Text("Record");
+  program.Add(tac_PutParam, g);
+  program.Add(tac_Call, record);
+  program.Add(tac_Store, program.Int(42), nullptr, g);
+  program.Add(tac_PutParam, g);
+  program.Add(tac_Call, record);
+  program.EmptyMain();
 
-  auto image = Link(module);
+  auto image = Link(GenerateIA32(program));
   ASSERT_NE(image, nullptr);
   for (int run = 0; run < 2; ++run) {
     SCOPED_TRACE(run);
@@ -258,12 +254,10 @@ TEST_F(LinkIA32, EveryRunStartsFromTheInitialData) {
 }
 
 TEST_F(LinkIA32, AnEmptyDataAreaRunsAndTheCorrespondentIsSetForTheRun) {
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  main.Call("SeeCorrespondent");
-  main.Epilog();
-  auto image = Link(module);
+  TacProgram program;
+  program.Add(tac_Call, program.Text("SeeCorrespondent"));
+  program.EmptyMain();
+  auto image = Link(GenerateIA32(program));
   ASSERT_NE(image, nullptr);
   EXPECT_EQ(image->dataLength, 0);
   EXPECT_NE(image->data, nullptr);

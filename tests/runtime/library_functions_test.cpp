@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "backend/link_fixture.h"
+#include "backend/cg_harness.h"
+#include "backend/minilinker.h"
 #include "engine/KVScriptInterface.h"
 #include "runtime/KVScriptIntrinsics.h"
 #include "runtime/RuntimeObjectFoundation.h"
@@ -159,24 +160,25 @@ TEST_F(LibraryFunctions, ArgumentsForExternalFunctions) {
   stringStorage::RemoveReference(abc);
 }
 
-// The library as linked code meets it: a main that prints a literal and
+// The library as generated code meets it: a main that prints a literal and
 // what Input gave back, through the real table.
 TEST_F(LibraryFunctions, LinkedCodePrintsThroughTheTable) {
-  using namespace linktest;
-  Ref<CodeModule> module = NewModule();
-  FunctionWriter main(module, "% main");
-  main.Prolog();
-  main.Call("RuntimeInit");
-  main.CallWithLiteral("Input", "who?");
-  main.StoreGlobal("answer");
-  main.CallWithEAX("Print");
-  main.LoadGlobal("answer");
-  main.CallWithEAX("RuntimeUnlockString");
-  main.CallWithLiteral("Print", "bye");
-  main.Call("RuntimeExit");
-  main.Epilog();
+  TacProgram program;
+  TacAddr const* answer = program.Global("answer", kTypeString);
+  auto call = [&](char const* name, TacAddr const* argument, TacAddr const* result = nullptr) {
+    if (argument) program.Add(tac_PutParam, argument);
+    program.Add(tac_Call, program.Text(name), nullptr, result);
+  };
+  call("RuntimeInit", nullptr);
+  call("Input", program.Text("who?"), answer);
+  call("Print", answer);
+  call("RuntimeUnlockString", answer);
+  call("Print", program.Text("bye"));
+  call("RuntimeExit", nullptr);
+  program.EmptyMain();
+  Ref<CodeModule> module = GenerateIA32(program);
+  ASSERT_TRUE(module);
 
-  module->globalSizes.AddEntry("answer", 4);
   StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
   std::unique_ptr<RunReadyCode> image(MiniLink(module, table));
   delete table;  // only the addresses live on in the image
