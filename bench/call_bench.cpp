@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "backend/CGIA32.h"
-#include "backend/InterRep.h"
-#include "backend/minilinker.h"
-#include "semantic/InterRep.h"
+#include "ir/ThreeAddressCode.h"
+#include "backend/MiniLinker.h"
+#include "semantic/SymbolTable.h"
 
 namespace {
 

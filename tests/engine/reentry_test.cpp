@@ -6,7 +6,7 @@
 // inside the other's error event, each with its own results.
 //
 // A script's Print and Input statements emit no calls yet, so the running
-// objects get an image written with the instruction writer instead:
+// objects get an image generated from three-address code instead:
 //   Print "before" : Input "?" : Print "after"
 // linked by MiniLink against the script library's own table and put in the
 // engine's place for a compiled one. Run then goes the whole way: the host
@@ -18,7 +18,8 @@
 #include <vector>
 
 #include "HostedTest.h"
-#include "backend/link_fixture.h"
+#include "backend/MiniLinker.h"
+#include "backend/cg_harness.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "frontend/SrcContext.h"
@@ -27,17 +28,22 @@
 
 namespace {
 
-class HandWrittenEngine : public KVInterpreter {
+class PlantedEngine : public KVInterpreter {
 public:
   void PlantImage() {
-    Ref<CodeModule> module = linktest::NewModule();
-    linktest::FunctionWriter main(module, "% main");
-    main.Prolog();
-    main.CallWithLiteral("Print", string("before"));
-    main.CallWithLiteral("Input", string("?"));
-    main.CallWithEAX("RuntimeUnlockString");  // the answer comes with a reference
-    main.CallWithLiteral("Print", string("after"));
-    main.Epilog();
+    TacProgram program;
+    TacAddr const* answer = program.Global("answer", kTypeString);
+    auto call = [&](char const* name, TacAddr const* argument, TacAddr const* result = nullptr) {
+      program.Add(tac_PutParam, argument);
+      program.Add(tac_Call, program.Text(name), nullptr, result);
+    };
+    call("Print", program.Text("before"));
+    call("Input", program.Text("?"), answer);
+    call("RuntimeUnlockString", answer);  // the answer comes with a reference
+    call("Print", program.Text("after"));
+    program.EmptyMain();
+    Ref<CodeModule> module = GenerateIA32(program);
+    ASSERT_TRUE(module);
     StringMap<void*>* table = MakeKvScriptRuntimeFunctionTable();
     RunReadyCode* image = MiniLink(module, table, nullptr);
     delete table;
@@ -46,11 +52,11 @@ public:
   }
 };
 
-// Gives the object a hand-written engine in place of the one it was made with.
+// Gives the object a planted engine in place of the one it was made with.
 void PlantEngine(VELDobjectStruct* object) {
   KvScriptData* data = KvScriptDataOf(object);
   delete data->interpreter;
-  auto* engine = new HandWrittenEngine;
+  auto* engine = new PlantedEngine;
   engine->mOwner = object;
   data->interpreter = engine;
   KvScriptInstallRuntime(data);

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "backend/cg_harness.h"
-#include "backend/minilinker.h"
+#include "backend/MiniLinker.h"
 #include "engine/KVScriptInterface.h"
 #include "runtime/KVScriptIntrinsics.h"
 #include "runtime/RuntimeObjectFoundation.h"
