@@ -3,7 +3,7 @@
 # each for a fixed number of inputs, so that CI can afford it.
 # Usage: scripts/fuzz.sh [runs] [target...]
 #   runs     inputs per target (default 20000)
-#   target   lexer_fuzz, miner_fuzz, parse_fuzz, compile_fuzz (default: all)
+#   target   LexerFuzz, MinerFuzz, ParseFuzz, CompileFuzz (default: all)
 # FUZZ_BUILD_DIR overrides the build directory.
 set -euo pipefail
 
@@ -12,7 +12,7 @@ build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"
 runs="${1:-20000}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(lexer_fuzz miner_fuzz parse_fuzz compile_fuzz)
+[ ${#targets[@]} -gt 0 ] || targets=(LexerFuzz MinerFuzz ParseFuzz CompileFuzz)
 
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja \
@@ -25,7 +25,7 @@ for target in "${targets[@]}"; do
   corpus="$build/$target-corpus"
   mkdir -p "$corpus"
   cp "$root/tests/fuzz/corpus/"* "$corpus/"
-  [ "$target" = lexer_fuzz ] || cp "$root/tests/frontend/corpus/"*.kvs "$corpus/"
+  [ "$target" = LexerFuzz ] || cp "$root/tests/grammar/corpus/"*.kvs "$corpus/"
   fuzzer="$build/tests/fuzz/$target"
   "$fuzzer" -runs="$runs" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "HostedTest.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "runtime/HostLibraryTable.h"

@@ -3,7 +3,7 @@
 // that cross the boundary.
 #include <gtest/gtest.h>
 
-#include "HostedTest.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 

@@ -12,7 +12,7 @@
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 #include "semantic/SemBase.h"
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 // Literals need a pool and the shared constants.
 using CompilationFixture = CompileFixture;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "LexerFixture.h"
+#include "frontend/LexerFixture.h"
 
 namespace {
 

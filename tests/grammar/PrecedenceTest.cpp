@@ -2,7 +2,7 @@
 // reductions call the compile routines and the operands they pass: each
 // value-making call is written out as the expression it stands for.
 
-#include "tests/frontend/grammar_ParseFixture.h"
+#include "tests/grammar/ParseFixture.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // PowerPC images are linked but never run here: the checks read the words.
 #include <memory>
 
-#include "link_fixture.h"
+#include "backend/MiniLinkerFixture.h"
 
 using namespace linktest;
 

@@ -1,7 +1,7 @@
 // Mined programs: top-level methods, the broken-structure flag, statements
 // passed whole, modules and what they export, constants, parameters,
 // properties, and the single-declaration entries.
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

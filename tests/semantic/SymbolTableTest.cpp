@@ -2,7 +2,7 @@
 // index surviving its rebuilds, and link names through the scopes a
 // compilation opens.
 #include "foundation/Utility.h"
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

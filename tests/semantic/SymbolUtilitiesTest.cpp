@@ -4,7 +4,7 @@
 // members). The clashes of global names are an end-to-end script.
 #include "semantic/SymbolUtilities.h"
 
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "cg_harness.h"
-#include "ia32_disassembly.h"
+#include "backend/CodeGeneratorFixture.h"
+#include "backend/DisassemblyFixture.h"
 #include "runtime/RuntimeExceptionFoundation.h"
 
 // Gives esp as it was at the call instruction, 4 bytes above its own entry.

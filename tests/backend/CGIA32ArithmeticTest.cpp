@@ -8,7 +8,7 @@
 #include <limits>
 #include <string>
 
-#include "cg_harness.h"
+#include "backend/CodeGeneratorFixture.h"
 
 namespace {
 

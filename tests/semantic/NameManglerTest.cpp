@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

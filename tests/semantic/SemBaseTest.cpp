@@ -8,7 +8,7 @@
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 #include "semantic/SymbolTable.h"
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

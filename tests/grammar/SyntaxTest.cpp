@@ -1,7 +1,7 @@
 // What the grammar accepts and rejects, one text per case, through a whole
 // parse. Lines in expectations count from 0, as the compiler reports them.
 
-#include "tests/frontend/grammar_ParseFixture.h"
+#include "tests/grammar/ParseFixture.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Mined classes: storage layout, method and event slots across an
 // inheritance chain, overloads across levels, interfaces, events, and
 // Inherits lines that loop.
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

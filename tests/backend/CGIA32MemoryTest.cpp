@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "cg_harness.h"
+#include "backend/CodeGeneratorFixture.h"
 
 namespace {
 

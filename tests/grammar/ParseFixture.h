@@ -13,7 +13,7 @@
 #include "codebuild/Placeholders.h"
 #include "grammar/Parser.h"
 #include "semantic/SymbolTable.h"
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 #include "frontend/CompileScope.h"
 
 struct ParseOutcome {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "cg_harness.h"
+#include "backend/CodeGeneratorFixture.h"
 
 namespace {
 

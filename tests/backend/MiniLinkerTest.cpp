@@ -6,8 +6,8 @@
 
 #include <strings.h>
 
-#include "cg_harness.h"
-#include "link_fixture.h"
+#include "backend/CodeGeneratorFixture.h"
+#include "backend/MiniLinkerFixture.h"
 
 #include "engine/KVScriptInterface.h"
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <sstream>
 
-#include "tests/frontend/grammar_ParseFixture.h"
+#include "tests/grammar/ParseFixture.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <set>
 
 #include "runtime/HostLibraryTable.h"
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

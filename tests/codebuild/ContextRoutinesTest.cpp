@@ -8,7 +8,7 @@
 #include "codebuild/Statements.h"
 #include "backend/DebuggerSymbols.h"
 #include "codebuild/Program.h"
-#include "tests/frontend/grammar_ParseFixture.h"
+#include "tests/grammar/ParseFixture.h"
 
 namespace {
 

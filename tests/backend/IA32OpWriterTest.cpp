@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "backend/IA32OpWriter.h"
-#include "ia32_disassembly.h"
+#include "backend/DisassemblyFixture.h"
 
 namespace {
 

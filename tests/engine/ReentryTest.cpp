@@ -17,9 +17,9 @@
 #include <tuple>
 #include <vector>
 
-#include "HostedTest.h"
+#include "engine/HostedFixture.h"
 #include "backend/MiniLinker.h"
-#include "backend/cg_harness.h"
+#include "backend/CodeGeneratorFixture.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
 #include "frontend/SrcContext.h"

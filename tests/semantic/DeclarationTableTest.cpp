@@ -1,6 +1,6 @@
 // The declaration tables on their own: method lists and overload filters,
 // class and module indices, and the access rule.
-#include "tests/frontend/compile_fixture.h"
+#include "tests/frontend/CompileFixture.h"
 
 namespace {
 

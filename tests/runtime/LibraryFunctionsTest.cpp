@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "backend/cg_harness.h"
+#include "backend/CodeGeneratorFixture.h"
 #include "backend/MiniLinker.h"
 #include "engine/KVScriptInterface.h"
 #include "runtime/KVScriptIntrinsics.h"

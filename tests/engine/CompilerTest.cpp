@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "HostedTest.h"
+#include "engine/HostedFixture.h"
 #include "backend/CodeStorage.h"
 #include "engine/KVScript.h"
 #include "engine/KVScriptInterface.h"
