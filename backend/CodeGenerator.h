@@ -52,9 +52,9 @@ struct CGIA32Options {
 // serve straight-line code copying one value into many variables.
 constexpr int kMaxCachedTacAddrs = 64;
 
-// The list of codes has none for a fault of the back end itself; a block
-// the generator can't lay out is reported with the back end's catch-all.
-constexpr CompileErrorCode kMalformedBlockError = CodeBufferFull;
+// A block the generator can't lay out is a fault of the compiler itself,
+// never of the script.
+constexpr CompileErrorCode kMalformedBlockError = InternalError;
 
 // What one machine register holds: the operands whose value it has.
 class RegisterState {

@@ -17,6 +17,9 @@
 
 // X(name, value). Unlisted values (0, 3, 4, 8, 13, 23, 30, 40) are never raised;
 // 0 stands for "no code" where a routine takes a code to raise on failure.
+// From 96 on, the codes say why a text could not be compiled at all (an
+// `#if` left open, a source too large, memory run out, a NUL byte) or that
+// the compiler itself failed (InternalError): a host must hear of those too.
 #define KV_COMPILE_ERRORS(X)             \
   X(SyntaxError, 1)                      \
   X(TypeMismatch, 2)                     \
@@ -109,7 +112,8 @@
   X(ConditionalWithoutEndIf, 96)        \
   X(SourceTooLarge, 97)                 \
   X(OutOfMemory, 98)                    \
-  X(NulInSource, 99)
+  X(NulInSource, 99)                    \
+  X(InternalError, 100)
 
 enum CompileErrorCode : int {
   kNoCompileError = 0,

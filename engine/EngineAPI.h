@@ -3,6 +3,13 @@
 // compile error numbers, a look at what a script compiles to, and the counts
 // behind a leak check. Everything here is a plain function of host records,
 // so a tool never reaches behind a KvScript object into the engine.
+//
+// Threads: one thread at a time uses the engine, and in practice the first
+// one that compiles or runs: a compile's state and a run's state are
+// process-wide, and a script runs on the caller's stack. Check builds stop
+// at a compile or run from another thread. Scripts of several KvScript
+// objects may compile and run in turn on that thread, and one object's
+// event handler may run another object's script.
 #pragma once
 
 #include "engine/PluginMain.h"

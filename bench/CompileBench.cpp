@@ -12,7 +12,7 @@
 // run that takes more CPU time than the cap is stopped (CPU time, so that a
 // busy machine doesn't stop it early); a stopped run prints ">60s" and the
 // larger sizes of its shape are skipped.
-// Usage: compile_bench [largest MB] [cap seconds] [shape]
+// Usage: CompileBench [largest MB] [cap seconds] [shape]
 // (defaults 16, 60 and every shape; a shape is named by the start of its name)
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -2,7 +2,7 @@
 // declarations, assignments, calls, loops, strings, numbers and comments.
 // Each token's value is built as in a real compile (names, literals in the
 // pool), since that is most of the cost a parser sees.
-// Usage: lexer_bench [lines] [repeats]   (defaults 100000 and 5)
+// Usage: LexerBench [lines] [repeats]   (defaults 100000 and 5)
 #include <chrono>
 #include <cstdio>
 #include <ctime>

@@ -2,7 +2,7 @@
 // generated block shaped like compiled methods: parameters, integer and
 // float arithmetic, comparisons and branches, a loop, object fields,
 // globals, string locks and calls.
-// Usage: codegen_bench [functions] [repeats]   (defaults 5000 and 5)
+// Usage: CodeGeneratorBench [functions] [repeats]   (defaults 5000 and 5)
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>

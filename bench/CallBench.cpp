@@ -3,7 +3,7 @@
 // the IA-32 generator, linked by MiniLink and run from the linked image.
 // The loop around the call is four lines, so the figure is what a script
 // that does little but call the library sees.
-// Usage: call_bench [calls] [repeats]   (defaults 100000000 and 5)
+// Usage: CallBench [calls] [repeats]   (defaults 100000000 and 5)
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
