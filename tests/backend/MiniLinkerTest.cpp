@@ -133,14 +133,6 @@ std::vector<int> CallFields(RunReadyCode const& image, char const* name) {
   return fields;
 }
 
-int CodePointerField(RunReadyCode const& image) {
-  SimpleVector<Import> const& imports = image.code->imports;
-  for (unsigned long i = 0; i < imports.size(); ++i) {
-    if (imports[i].type == Import::kCodePtrIA32) return imports[i].offset;
-  }
-  return -1;
-}
-
 TEST_F(LinkIA32, CallsGoStraightToTheLibraryAndToScriptFunctions) {
   TacProgram program;
   program.Add(tac_Call, program.Text("Counter"));
@@ -183,32 +175,6 @@ TEST_F(LinkIA32, CodeIsExecutableAndNeverWritable) {
   ASSERT_NE(image->image, nullptr);
   char patch = 0;
   EXPECT_FALSE(image->image->Write(0, &patch, 1));
-}
-
-// A function pointer, to a script function or to the library, called
-// through a global.
-TEST_F(LinkIA32, AFunctionsAddressIsItsPlaceInTheBlockOrTheTables) {
-  for (bool outside : {false, true}) {
-    SCOPED_TRACE(outside ? "outside" : "script");
-    sCounterCalls = 0;
-    TacProgram program;
-    TacAddr const* pointer = program.Global("pointer", kTypeInteger);
-    program.Add(tac_FuncPtr, program.Text(outside ? "Counter" : "Helper"), nullptr, pointer);
-    program.Add(tac_CallPtr, pointer);
-    program.Function("Helper");
-    program.Add(tac_Call, program.Text("Counter"));
-    program.Return();
-    Ref<CodeModule> module = GenerateIA32(program);
-    ASSERT_TRUE(module);
-    unsigned int helperStart = module->functions[0]->Length();
-
-    auto image = Link(module);
-    ASSERT_NE(image, nullptr);
-    uintptr_t expected = outside ? (uintptr_t)&LinkTestCounter : (uintptr_t)image->CodeAddress() + helperStart;
-    EXPECT_EQ(WordAt(*image, CodePointerField(*image)), (uint32_t)expected);
-    image->Run(nullptr);
-    EXPECT_EQ(sCounterCalls, 1);
-  }
 }
 
 TEST_F(LinkIA32, IdenticalLiteralsShareOneRecordButCaseMakesADifferentOne) {
