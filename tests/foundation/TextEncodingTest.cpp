@@ -44,15 +44,6 @@ TEST(Encodings, CommonEncodingRules) {
     EXPECT_EQ(CommonEncoding(c.a, c.b, c.allow), c.expected) << c.a << " " << c.b << " " << int(c.allow);
 }
 
-TEST(Encodings, CodeNames) {
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingMacRoman), "MAC");
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingUTF8), "UTF8");
-  EXPECT_STREQ(GetCodeNameFromEncoding(256), "UTF16LE");
-  EXPECT_STREQ(GetCodeNameFromEncoding(1585), "CP936");
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingUnknown), "ISO_8859-1");  // the system's
-  EXPECT_EQ(GetCodeNameFromEncoding(12345), nullptr);
-}
-
 struct ConversionCase {
   char const* name;
   std::string text;
@@ -135,19 +126,6 @@ TEST(Encodings, ConvertToSameEncoding) {
   EXPECT_EQ(Bytes(l), "\xC3\xA9");
   EXPECT_EQ(Bytes(m), "\xC3\xA9");
   ClearConvertEncodingCache();
-}
-
-TEST(Encodings, Attributes) {
-  int base, variant, format;
-  GetEncodingAttributes(kEncodingUTF8, base, variant, format);
-  EXPECT_EQ(base, 256);
-  EXPECT_EQ(format, 2);
-  GetEncodingAttributes(kLatin1, base, variant, format);
-  EXPECT_EQ(base, 513);
-  EXPECT_EQ(format, 0);
-  EXPECT_EQ(GetEncodingFromFont(string()), kEncodingASCII);
-  EXPECT_EQ(GetEncodingFromFont(string("Helvetica")), 513u);
-  EXPECT_EQ(GetSystemEncoding(), 513u);
 }
 
 TEST(Encodings, ConversionsDoNotLeak) {
