@@ -15,23 +15,21 @@
 #include "backend/MiniLinker.h"
 #include "ir/ThreeAddressCode.h"
 #include "diag/CompileError.h"
+#include "frontend/CompileFixture.h"
 #include "semantic/SymbolTable.h"
 
-// Records errors and progress; can ask to stop at a given progress call.
-class RecordingDelegate : public CompilerDelegate {
+// The shared recorder, told the back end's progress as well, and keeping
+// the word each error names (the linker names what it could not resolve).
+class BackendRecorder : public RecordingDelegate {
 public:
   bool CompilerBackendProgress(int current, int total) override {
-    progress.push_back({current, total});
-    return stopAt >= 0 && current >= stopAt;
+    return CompilerFrontendProgress(current, total);
   }
   bool CompilerError(CompileError error) override {
-    errors.push_back(error);
-    return false;
+    words.push_back(error.Params().size() ? error.Params()[0].CString() : "");
+    return RecordingDelegate::CompilerError(error);
   }
-
-  std::vector<std::pair<int, int>> progress;
-  std::vector<CompileError> errors;
-  int stopAt = -1;
+  std::vector<std::string> words;
 };
 
 // Builds one block of three-address code, the way the front end lays it out:
@@ -161,7 +159,7 @@ public:
     return count;
   }
 
-  RecordingDelegate delegate;
+  BackendRecorder delegate;
   std::unique_ptr<RunReadyCode> image;
 
 private:
@@ -169,7 +167,7 @@ private:
 };
 
 // Generates a program with an IA-32 generator configured with `intrinsics`.
-inline Ref<CodeModule> GenerateIA32(TacProgram& program, RecordingDelegate* delegate = nullptr,
+inline Ref<CodeModule> GenerateIA32(TacProgram& program, BackendRecorder* delegate = nullptr,
                                     SimpleVector<string> intrinsics = TestIntrinsicNames()) {
   CGIA32 generator;
   generator.Configure(CGIA32Options(), intrinsics);

@@ -44,29 +44,26 @@ TEST(CodeGenerator, TheWalkEndsAtACancelOrAnError) {
   block.AddLine(tac_Stop, nilTacAddr, nilTacAddr, nilTacAddr, 13);
   struct Case {
     char const* what;
-    int stopAt, errorOn;
+    int stopAtPoll, errorOn;
     std::vector<int> seen;
+    char const* errors;
   } const cases[] = {
-      {"to the end", -1, -1, {tac_Noop, tac_Jump, tac_Stop}},
-      {"cancelled at the first poll", 0, -1, {tac_Noop}},
-      {"an error", -1, tac_Jump, {tac_Noop, tac_Jump}},
+      {"to the end", 0, -1, {tac_Noop, tac_Jump, tac_Stop}, ""},
+      {"cancelled at the first poll", 1, -1, {tac_Noop}, ""},  // a cancel is no error
+      {"an error", 0, tac_Jump, {tac_Noop, tac_Jump}, " UndefinedLabel@12"},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.what);
-    RecordingDelegate delegate;
-    delegate.stopAt = c.stopAt;
+    BackendRecorder delegate;
+    delegate.stopAtPoll = c.stopAtPoll;
     RecordingGenerator generator;
     generator.errorOn = c.errorOn;
     generator.SetDelegate(&delegate);
     Ref<CodeModule> module = generator.Generate(&block, Ref<SymbolTableList>());
     EXPECT_EQ(generator.seen, c.seen);
-    EXPECT_EQ(bool(module), c.stopAt < 0 && c.errorOn < 0);
-    ASSERT_FALSE(delegate.progress.empty());
-    EXPECT_EQ(delegate.progress[0], std::make_pair(0, 4));
-    ASSERT_EQ(delegate.errors.size(), c.errorOn < 0 ? 0u : 1u);  // a cancel is no error
-    if (c.errorOn < 0) continue;
-    EXPECT_EQ(delegate.errors[0].Type(), UndefinedLabel);
-    EXPECT_EQ(delegate.errors[0].Location(), SourceLocation(12));
+    EXPECT_EQ(bool(module), c.stopAtPoll == 0 && c.errorOn < 0);
+    EXPECT_EQ(delegate.lastTotal, 4);
+    EXPECT_EQ(DescribeErrors(delegate.errors), c.errors);
   }
 }
 
@@ -108,12 +105,10 @@ TEST(CodeGenerator, AMalformedBlockIsAnErrorAndGivesNoModule) {
     SCOPED_TRACE(c.what);
     TacProgram program;
     long line = c.build(program);
-    RecordingDelegate delegate;
+    BackendRecorder delegate;
     EXPECT_FALSE(GenerateIA32(program, &delegate));
-    EXPECT_EQ(delegate.errors.size(), 1u);
-    if (delegate.errors.empty()) continue;
-    EXPECT_EQ(delegate.errors[0].Type(), kMalformedBlockError);
-    EXPECT_EQ(delegate.errors[0].Location().startLine, line);
+    EXPECT_EQ(DescribeErrors(delegate.errors),
+              " " + std::string(CompileErrorName(kMalformedBlockError)) + "@" + std::to_string(line));
   }
 }
 

@@ -100,7 +100,7 @@ protected:
   }
 
   StringMap<void*> table;
-  RecordingDelegate delegate;
+  BackendRecorder delegate;
 };
 
 // The permissions of the mapping that holds `address`, as /proc lists them.
@@ -329,26 +329,22 @@ TEST_F(LinkIA32, UnresolvedNamesFailTheLinkAndAreReportedOnceEach) {
   table.AddEntry("NullRow", nullptr);
   for (Case const& c : kCases) {
     SCOPED_TRACE(c.what);
-    delegate.errors.clear();
+    delegate = BackendRecorder();
     Ref<CodeModule> module = NewModule();
     c.build(module);
     EXPECT_EQ(Link(module), nullptr);
-    // Each as "word code line": an unknown name, at no line of the source.
-    std::vector<std::string> reported, expected;
-    for (CompileError const& e : delegate.errors)
-      reported.push_back(std::string(e.Params()[0].CString()) + " " + std::to_string(e.Type()) + " " +
-                         std::to_string(e.Location().startLine));
-    for (std::string const& word : c.reported)
-      expected.push_back(word + " " + std::to_string(UnknownName) + " -1");
-    EXPECT_EQ(reported, expected);
+    EXPECT_EQ(delegate.words, c.reported);
+    // Unknown names, at no line of the source.
+    std::string expected;
+    for (size_t i = 0; i < c.reported.size(); ++i) expected += " UnknownName@-1";
+    EXPECT_EQ(DescribeErrors(delegate.errors), expected);
   }
 }
 
 TEST_F(LinkIA32, AModuleWithoutAFamilyOrATableFails) {
   Ref<CodeModule> none = NewModule(CodeModule::kFamilyNone);
   EXPECT_EQ(MiniLink(none, &table, &delegate), nullptr);
-  ASSERT_EQ(delegate.errors.size(), 1u);
-  EXPECT_EQ(delegate.errors[0].Type(), CodeBufferFull);
+  EXPECT_EQ(DescribeErrors(delegate.errors), " CodeBufferFull@-1");
 
   Ref<CodeModule> module = NewModule();
   FunctionWriter main(module, "% main");
