@@ -69,32 +69,6 @@ TEST(DataBlock, ByteOrderIsTheBlocksNotTheMachines) {
   }
 }
 
-TEST(DataBlock, CopyingConstructorTakesTheMachinesOrder) {
-  char bytes[] = {1, 2, 3, 4, 5};
-  DataBlock b(bytes, 5);
-  EXPECT_EQ(BytesOf(b), (std::vector<int>{1, 2, 3, 4, 5}));
-  uint32_t probe = 1;
-  bool machineBig = *(unsigned char*)&probe == 0;
-  EXPECT_EQ(b.bigEndian, machineBig);
-
-  DataBlock none(nullptr, 5), zero(bytes, 0), negative(bytes, -1);
-  EXPECT_EQ(none.Length() + zero.Length() + negative.Length(), 0u);
-  EXPECT_EQ(none.Buffer(), nullptr);
-}
-
-TEST(DataBlock, SetLengthCutsAndExtends) {
-  Ref<DataBlock> b = BlockOf({1, 2, 3, 4, 5, 6});
-  b->SetLength(3);
-  EXPECT_EQ(BytesOf(*b.Get()), (std::vector<int>{1, 2, 3}));
-  b->SetLength(8);
-  EXPECT_EQ(b->Length(), 8u);
-  EXPECT_EQ(b->Get8(2), 3u);
-  b->SetLength(0);
-  EXPECT_EQ(b->Length(), 0u);
-  b->Append8(9);
-  EXPECT_EQ(BytesOf(*b.Get()), (std::vector<int>{9}));
-}
-
 // ---------------------------------------------------------------------------
 // Fields at the end of the allocation
 
@@ -126,7 +100,7 @@ TEST(DataBlock, FieldsCrossingTheCapacityReadZeroAndAreNotWritten) {
 }
 
 // ---------------------------------------------------------------------------
-// Appending, cutting and splicing
+// Appending
 
 TEST(DataBlock, AppendCopiesBytesWhateverTheOtherOrder) {
   Ref<DataBlock> little = NewBlock(false);
@@ -146,53 +120,8 @@ TEST(DataBlock, AppendCopiesBytesWhateverTheOtherOrder) {
   EXPECT_EQ(BytesOf(*little.Get()), (std::vector<int>{2, 1, 1, 2, 2, 1, 1, 2, 1, 1}));
 }
 
-TEST(DataBlock, GetCopiesAPieceInTheSameOrder) {
-  Ref<DataBlock> b = NewBlock(true);
-  b->Append32(0x01020304);
-  Ref<DataBlock> piece = b->Get(1, 2);
-  EXPECT_TRUE(piece->bigEndian);
-  EXPECT_EQ(BytesOf(*piece.Get()), (std::vector<int>{2, 3}));
-  EXPECT_EQ(b->Get(3, 5)->Length(), 1u);
-  EXPECT_EQ(b->Get(4, 1)->Length(), 0u);
-  EXPECT_EQ(b->Get(9, 1)->Length(), 0u);
-}
-
-TEST(DataBlock, SetSplicesAndMovesTheTail) {
-  struct {
-    unsigned offset, count;
-    std::vector<int> insert, result;
-  } const kCases[] = {
-      {2, 1, {0xA0, 0xA1, 0xA2}, {1, 2, 0xA0, 0xA1, 0xA2, 4}},
-      {0, 4, {9}, {9}},
-      {0, 0, {9}, {9, 1, 2, 3, 4}},
-      {4, 0, {9, 8}, {1, 2, 3, 4, 9, 8}},
-      {1, 2, {}, {1, 4}},
-      {3, 5, {7}, {1, 2, 3, 7}},  // a count past the end takes what there is
-  };
-  for (auto const& c : kCases) {
-    SCOPED_TRACE(c.offset);
-    Ref<DataBlock> b = BlockOf({1, 2, 3, 4});
-    b->Set(c.offset, c.count, BlockOf(c.insert));
-    EXPECT_EQ(BytesOf(*b.Get()), c.result);
-  }
-}
-
 // ---------------------------------------------------------------------------
 // Function blocks and their fix-ups
-
-TEST(FunctionBlock, MarkImportCountsFromTheEndOfTheCode) {
-  Ref<FunctionBlock> f = NewFunction();
-  f->MarkImport(Import::kCallIA32, "RuntimeNewObject", 1);
-  f->Append8(0xE8);
-  f->Append32(0);
-  f->MarkImport(Import::kCodePtrIA32, "Sub%%", "Lib", 1);
-  EXPECT_EQ(ImportsOf(*f.Get()), (std::vector<std::pair<std::string, int>>{
-                                     {"RuntimeNewObject", 1}, {"Sub%%", 6}}));
-  EXPECT_EQ(f->imports[0].type, Import::kCallIA32);
-  EXPECT_EQ(f->imports[0].library.Length(), 0);
-  EXPECT_EQ(f->imports[1].type, Import::kCodePtrIA32);
-  EXPECT_TRUE(f->imports[1].library == "Lib");
-}
 
 TEST(FunctionBlock, AppendMovesTheOthersImportsBehindThisCode) {
   Ref<FunctionBlock> body = NewFunction();
