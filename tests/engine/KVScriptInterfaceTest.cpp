@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "backend/MiniLinker.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScriptInterface.h"
 #include "foundation/Utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
@@ -188,19 +189,6 @@ TEST(KVScriptInterfaceDeathTest, ACallFromASecondThreadStopsACheckBuild) {
 
 // ---------------------------------------------------------------------------
 // The run-time correspondent
-
-// Makes a class record as the object runtime does, with a counted name.
-RuntimeClass* MakeClass(char const* name, uint32_t methods, uint32_t properties) {
-  uint32_t size = RuntimeClassAllocationSize(methods, 0, 0, 0, properties);
-  auto* c = reinterpret_cast<RuntimeClass*>(OSalloclen((int)size, 0));
-  umemzero(c, (int)size);
-  c->mMethodCount = methods;
-  c->mPropertyCount = properties;
-  c->mName = string(name).ExtractStringStorage();
-  c->mNext = mClassList;
-  mClassList = c;
-  return c;
-}
 
 TEST(RuntimeCorrespondent, InitClearsAndExitFreesEveryClassAndItsName) {
   ProbeEngine engine;

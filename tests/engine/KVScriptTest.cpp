@@ -39,12 +39,6 @@ struct EventLog {
 };
 EventLog sLog;
 
-long StateOf(VELDobjectStruct* script) {
-  long state = -1;
-  EXPECT_TRUE(StandInGetIntegerProperty(script, "State", &state));
-  return state;
-}
-
 void OnPrint(VELDobjectStruct*, VELDstringStruct* msg) {
   sLog.printed.emplace_back(VELDstringStruct::CString(msg), (size_t)VELDstringStruct::Length(msg));
   sLog.encodings.push_back(msg ? msg->mEncoding : 0);
@@ -81,11 +75,7 @@ protected:
 
   KVInterpreter* Engine() { return KvScriptDataOf(mScript)->interpreter; }
 
-  void SetSource(char const* text) {
-    VELDstringStruct* s = StandInString(text, kEncodingUTF8);
-    EXPECT_TRUE(StandInSetStringProperty(mScript, "Source", s));
-    VELDUnlockString(s);
-  }
+  void SetSource(char const* text) { SetSourceProperty(mScript, text); }
 
   void HandleAllEvents() {
     ASSERT_TRUE(StandInSetEventHandler(mScript, "Print", reinterpret_cast<void*>(&OnPrint)));
