@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -110,51 +109,6 @@ TEST(Numbers, ParsedAndAsText) {
   EXPECT_STREQ(udtoa(-0.0, false).CString(), "0");
   EXPECT_STREQ(udtoa(1.5, false).CString(), "1.5");
   EXPECT_STREQ(udtoa(1.5, true).CString(), "1.500000e+00");
-}
-
-// The callback sorts work on a vector the callbacks can see.
-std::vector<int> gItems;
-bool Less(long a, long b) { return gItems[a] < gItems[b]; }
-void Swap(long a, long b) { std::swap(gItems[a], gItems[b]); }
-
-TEST(Sorts, SorterOrdersEverySize) {
-  for (int n : {0, 1, 2, 5, 6, 7, 50, 1000}) {
-    gItems.clear();
-    unsigned seed = 12345;
-    for (int i = 0; i < n; i++) {
-      seed = seed * 1103515245 + 12345;
-      gItems.push_back((seed >> 16) % 97);
-    }
-    std::vector<int> expected = gItems;
-    std::sort(expected.begin(), expected.end());
-    sorter(n, Less, Swap);
-    EXPECT_EQ(gItems, expected) << n;
-  }
-}
-
-// Keys with a payload, to see that equal keys keep their order.
-std::vector<std::pair<int, int>> gPairs;
-int ComparePairs(int a, int b, sortDirection d) { return d * (gPairs[a].first - gPairs[b].first); }
-void SwapPairs(int a, int b, sortDirection) { std::swap(gPairs[a], gPairs[b]); }
-
-TEST(Sorts, OrderSorterIsStableInBothDirections) {
-  for (int direction : {1, -1}) {
-    gPairs.clear();
-    unsigned seed = 99;
-    for (int i = 0; i < 300; i++) {
-      seed = seed * 1103515245 + 12345;
-      gPairs.push_back({int((seed >> 16) % 10), i});
-    }
-    std::vector<std::pair<int, int>> expected = gPairs;
-    std::stable_sort(expected.begin(), expected.end(), [&](auto const& x, auto const& y) {
-      return direction * (x.first - y.first) < 0;
-    });
-    orderSorter(0, (int)gPairs.size() - 1, ComparePairs, SwapPairs, direction);
-    EXPECT_EQ(gPairs, expected) << direction;
-  }
-  auto unsorted = gPairs = {{3, 0}, {1, 1}};
-  orderSorter(0, 1, ComparePairs, SwapPairs, 0);
-  EXPECT_EQ(gPairs, unsorted);
 }
 
 }  // namespace
