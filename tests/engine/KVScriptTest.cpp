@@ -444,23 +444,4 @@ TEST_F(KvScriptTest, YieldAndStackServicesReachTheHost) {
   EXPECT_EQ(12u, StandInStackCheckerValue());
 }
 
-TEST_F(KvScriptTest, MissingHostServicesAreNoOps) {
-  for (char const* entry : {"VELDYieldToKV", "VELDGetStackLimit", "VELDSetStackLimit",
-                            "VELDInitStackChecker", "GetEventInstance"})
-    StandInWithhold(entry);
-  Reload();
-  ASSERT_TRUE(StandInSetEventHandler(mScript, "Print", reinterpret_cast<void*>(&OnPrint)));
-  Engine()->YieldToOtherThreads();
-  Engine()->SetStackLimit(100);
-  Engine()->InitStackChecker(5);
-  Engine()->Print("x", 1);
-  Engine()->CompilerError(SyntaxError, 0);
-  EXPECT_EQ(0, StandInYieldCount());
-  EXPECT_EQ(0u, StandInStackLimit());
-  EXPECT_EQ(0u, Engine()->GetStackLimit());
-  EXPECT_EQ(0u, StandInStackCheckerValue());
-  EXPECT_TRUE(sLog.printed.empty()) << "without GetEventInstance no handler is found";
-  EXPECT_EQ(ScriptStateError, StateOf(mScript));
-}
-
 }  // namespace
