@@ -153,9 +153,10 @@ TEST(String, SubstringsAndTrims) {
   EXPECT_EQ(Bytes(mid(nul, 0, 7)), Bytes(nul));
 }
 
-// The tag of a joined text: ASCII gives way to the other side; two
-// encodings that differ meet in UTF-8; a byte of 128 or above from a char
-// leaves it untagged. An empty side gives back the other's record.
+// The tag of a joined text: ASCII gives way to the other side (converted
+// when that side is wide); two 8-bit encodings meet in UTF-8; an unknown
+// tag converts nothing; a char of 128 or above leaves the text untagged.
+// An empty side gives back the other's record.
 TEST(String, ConcatenationEncodings) {
   struct {
     string a, b;
@@ -167,6 +168,9 @@ TEST(String, ConcatenationEncodings) {
       {string("ab"), string("c"), "abc", kEncodingASCII},
       {string("a"), string('b'), "ab", kEncodingASCII},
       {Tagged("a", 1, kEncodingUTF8), string('b'), "ab", kEncodingUTF8},
+      {Tagged("\xE9", 1, 513), Tagged("\x8E", 1, kEncodingMacRoman), "\xC3\xA9\xC3\xA9", kEncodingUTF8},
+      {string("hi"), Tagged("o\0k\0", 4, kEncodingUTF16), std::string("h\0i\0o\0k\0", 8), kEncodingUTF16},
+      {Tagged("\xE9", 1, kEncodingUnknown), Tagged("\xE9", 1, 513), "\xE9\xE9", kEncodingUnknown},
   };
   for (auto const& c : cases) {
     string joined = c.a + c.b;
