@@ -30,15 +30,15 @@ TEST(Memory, GlobalsAreStoredThroughAndSizedForTheLinker) {
   EXPECT_EQ(size, 4u);
   ASSERT_TRUE(module->globalSizes.GetEntry(string("d"), size));
   EXPECT_EQ(size, 8u);
-  TestImage image;
-  ASSERT_TRUE(image.Link(module, {})) << image.error;
+  LinkedModule image(module);
+  ASSERT_TRUE(image);
   auto fn = image.Entry<int (*)(int, double)>("globals");
   EXPECT_EQ(fn(20, 1.25), 42);
-  EXPECT_EQ(*(int32_t*)image.Global("g"), 21);
-  EXPECT_EQ(*(double*)image.Global("d"), 2.5);
-  EXPECT_EQ(*(int32_t*)image.Global("flag"), 0);
+  EXPECT_EQ(*(int32_t*)image.Address("g"), 21);
+  EXPECT_EQ(*(double*)image.Address("d"), 2.5);
+  EXPECT_EQ(*(int32_t*)image.Address("flag"), 0);
   EXPECT_EQ(fn(-3, 0.0), -4);
-  EXPECT_EQ(*(int32_t*)image.Global("flag"), 1);
+  EXPECT_EQ(*(int32_t*)image.Address("flag"), 1);
 }
 
 // An object: the holder is a parameter, fields at base offset 8.
@@ -69,8 +69,8 @@ TEST(Memory, ObjectFieldsGoThroughTheBaseReference) {
   program.Add(tac_PokeI, count, nullptr, ptr);
   program.Return(count);
 
-  TestImage image;
-  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
   auto fn = image.Entry<int (*)(TestObject*)>("method");
   TestObject object = {{-1, -1}, 42, 1.5, 0x7A7B7C00, 0};
   EXPECT_EQ(fn(&object), 47);
@@ -103,10 +103,10 @@ TEST(Memory, AddressesOfLocalsAndGlobals) {
   program.Add(tac_PeekI, ptr, nullptr, r);
   program.Return(r);
 
-  TestImage image;
-  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
   EXPECT_EQ(image.Entry<int (*)(int)>("addresses")(7), 107);
-  EXPECT_EQ(*(int32_t*)image.Global("target"), 107);
+  EXPECT_EQ(*(int32_t*)image.Address("target"), 107);
 }
 
 // One function per Peek or Poke shape: offset none, constant, or variable.
@@ -145,8 +145,8 @@ TEST(Memory, PeekReadsWordsAndZeroExtendedBytes) {
     program.Add(c.op, p[0], offset, r);
     program.Return(r);
   }
-  TestImage image;
-  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
 
   uint8_t memory[512];
   for (int i = 0; i < 512; ++i) memory[i] = (uint8_t)(0xF0 + i);
@@ -192,8 +192,8 @@ TEST(Memory, FloatPeeksAndPokesKeepTheirWidth) {
   program.Add(tac_Store, f, nullptr, e);
   program.Return(e);
 
-  TestImage image;
-  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
   alignas(8) uint8_t memory[256] = {};
   double in = 1.25;
   float single = 0.5f;
@@ -237,8 +237,8 @@ TEST(Memory, PokeWritesWordsAndSingleBytes) {
     program.Add(c.op, p[0], offset, p[1]);
     program.Return();
   }
-  TestImage image;
-  ASSERT_TRUE(image.Link(GenerateIA32(program), {})) << image.error;
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
 
   for (PokeCase const& c : kPokes) {
     uint8_t memory[512];

@@ -1,11 +1,8 @@
 // Test support for the code generators: a builder of three-address blocks
-// with their symbol tables, a delegate that records what the generator says,
-// and a small linker that places a generated module in executable memory so
-// that its functions can be called from the tests.
+// with their symbol tables, a delegate that records what the generator and
+// the linker say, and a module linked so that its functions can be called
+// from the tests.
 #pragma once
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -15,25 +12,24 @@
 #include <vector>
 
 #include "backend/CGIA32.h"
+#include "backend/MiniLinker.h"
 #include "ir/ThreeAddressCode.h"
 #include "diag/CompileError.h"
+#include "frontend/CompileFixture.h"
 #include "semantic/SymbolTable.h"
 
-// Records errors and progress; can ask to stop at a given progress call.
-class RecordingDelegate : public CompilerDelegate {
+// The shared recorder, told the back end's progress as well, and keeping
+// the word each error names (the linker names what it could not resolve).
+class BackendRecorder : public RecordingDelegate {
 public:
   bool CompilerBackendProgress(int current, int total) override {
-    progress.push_back({current, total});
-    return stopAt >= 0 && current >= stopAt;
+    return CompilerFrontendProgress(current, total);
   }
   bool CompilerError(CompileError error) override {
-    errors.push_back(error);
-    return false;
+    words.push_back(error.Params().size() ? error.Params()[0].CString() : "");
+    return RecordingDelegate::CompilerError(error);
   }
-
-  std::vector<std::pair<int, int>> progress;
-  std::vector<CompileError> errors;
-  int stopAt = -1;
+  std::vector<std::string> words;
 };
 
 // Builds one block of three-address code, the way the front end lays it out:
@@ -122,137 +118,56 @@ inline SimpleVector<string> TestIntrinsicNames(std::map<int, char const*> const&
   return names;
 }
 
-// Places every function of a module one behind the other in one mapping,
-// gives each global zeroed storage of its recorded size, makes a string
-// record for each string literal, and patches every import. The mapping is
-// writable while it is filled and read+execute after; never both.
-class TestImage {
+// A module linked by MiniLink, as a script's is, with its functions found by
+// name so that a test can call each one straight from C. `outside` names the
+// C functions the code calls.
+class LinkedModule {
 public:
-  TestImage() = default;
-  TestImage(TestImage const&) = delete;
-  TestImage& operator=(TestImage const&) = delete;
-  ~TestImage() {
-    if (code) munmap(code, mapped);
-  }
-
-  // `externals` names the C functions (and any globals the test owns).
-  bool Link(Ref<CodeModule> module, std::map<std::string, void*> const& externals) {
-    if (!module) return Fail("no module");
-    size_t total = 0;
-    for (unsigned long i = 0; i < module->functions.size(); ++i) total += module->functions[i]->Length();
-    size_t page = (size_t)sysconf(_SC_PAGESIZE);
-    mapped = (total + page - 1) / page * page;
-    if (mapped == 0) mapped = page;
-    void* memory = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return Fail("mmap");
-    code = (uint8_t*)memory;
-
-    std::vector<uint8_t*> starts;
-    uint8_t* at = code;
+  explicit LinkedModule(Ref<CodeModule> module, std::map<std::string, void*> const& outside = {}) {
+    if (!module) return;
+    StringMap<void*> table;
+    for (auto const& entry : outside) table.AddEntry(entry.first.c_str(), entry.second);
+    unsigned int at = 0;
     for (unsigned long i = 0; i < module->functions.size(); ++i) {
-      Ref<FunctionBlock> f = module->functions[i];
-      memcpy(at, f->Buffer(), f->Length());
-      functions[f->name.CString()] = at;
-      starts.push_back(at);
-      at += f->Length();
+      starts[module->functions[i]->name.CString()] = at;
+      at += module->functions[i]->Length();
     }
-    AllocateGlobals(module, externals);
-    for (unsigned long i = 0; i < module->functions.size(); ++i) {
-      Ref<FunctionBlock> f = module->functions[i];
-      for (unsigned long k = 0; k < f->imports.size(); ++k) {
-        if (!Patch(f->imports[k], starts[i], externals)) return false;
-      }
-    }
-    if (mprotect(code, mapped, PROT_READ | PROT_EXEC) != 0) return Fail("mprotect");
-    return true;
+    image.reset(MiniLink(module, &table, &delegate));
   }
+  explicit operator bool() const { return image && image->CodeAddress(); }
 
   template <class Fn>
-  Fn Entry(char const* name) {
-    auto it = functions.find(name);
-    return it == functions.end() ? nullptr : reinterpret_cast<Fn>(it->second);
+  Fn Entry(char const* name) const {
+    auto it = starts.find(name);
+    return it == starts.end() ? nullptr : reinterpret_cast<Fn>(image->CodeAddress() + it->second);
   }
-  void* Global(char const* name) {
-    auto it = globals.find(name);
-    return it == globals.end() ? nullptr : it->second;
+  // The word the linker wrote into the first fix-up of `type` that names
+  // `name`: a global's or a literal's address. Null if there is none.
+  void* Address(char const* name, Import::Type type = Import::kDataIA32) const {
+    SimpleVector<Import> const& imports = image->code->imports;
+    for (unsigned long i = 0; i < imports.size(); ++i) {
+      if (imports[i].type == type && imports[i].name.CompareWithCase(string(name)) == 0)
+        return reinterpret_cast<void*>((uintptr_t)image->code->Get32((unsigned)imports[i].offset));
+    }
+    return nullptr;
   }
-  stringStorage* Literal(char const* text) {
-    auto it = literals.find(text);
-    return it == literals.end() ? nullptr : it->second.Storage();
+  // How many fix-ups name `name`.
+  int Uses(char const* name) const {
+    int count = 0;
+    for (unsigned long i = 0; i < image->code->imports.size(); ++i)
+      count += image->code->imports[i].name.CompareWithCase(string(name)) == 0;
+    return count;
   }
 
-  std::string error;
-  std::map<std::string, int> importCounts;
+  BackendRecorder delegate;
+  std::unique_ptr<RunReadyCode> image;
 
 private:
-  bool Fail(std::string const& why) {
-    error = why;
-    return false;
-  }
-
-  void AllocateGlobals(Ref<CodeModule> module, std::map<std::string, void*> const& externals) {
-    StringMapIterator<unsigned int>* it = module->globalSizes.NewIterator();
-    unsigned int size = 0;
-    while (it->Next(size)) {
-      std::string name = it->Key().CString();
-      auto ext = externals.find(name);
-      if (ext != externals.end()) {
-        globals[name] = ext->second;
-        continue;
-      }
-      storage.emplace_back((size + 7) / 8 + 1, 0);
-      globals[name] = storage.back().data();
-    }
-    delete it;
-  }
-
-  bool Patch(Import const& imp, uint8_t* start, std::map<std::string, void*> const& externals) {
-    uint8_t* field = start + imp.offset;
-    std::string name = imp.name.CString();
-    ++importCounts[name];
-    uint32_t value = 0;
-    switch (imp.type) {
-      case Import::kCallIA32:
-      case Import::kCodePtrIA32: {
-        void* target = nullptr;
-        auto own = functions.find(name);
-        if (own != functions.end()) target = own->second;
-        auto ext = externals.find(name);
-        if (!target && ext != externals.end()) target = ext->second;
-        if (!target) return Fail("unresolved " + name);
-        value = imp.type == Import::kCallIA32 ? (uint32_t)((uintptr_t)target - (uintptr_t)(field + 4))
-                                              : (uint32_t)(uintptr_t)target;
-        break;
-      }
-      case Import::kDataIA32: {
-        void* g = Global(name.c_str());
-        if (!g) return Fail("no global " + name);
-        value = (uint32_t)(uintptr_t)g;
-        break;
-      }
-      case Import::kStringIA32: {
-        auto lit = literals.find(name);
-        if (lit == literals.end()) lit = literals.emplace(name, imp.name).first;
-        value = (uint32_t)(uintptr_t)lit->second.Storage();
-        break;
-      }
-      default:
-        return Fail("import type for another processor");
-    }
-    memcpy(field, &value, 4);
-    return true;
-  }
-
-  uint8_t* code = nullptr;
-  size_t mapped = 0;
-  std::map<std::string, uint8_t*> functions;
-  std::map<std::string, void*> globals;
-  std::map<std::string, string> literals;
-  std::vector<std::vector<uint64_t>> storage;
+  std::map<std::string, unsigned int> starts;
 };
 
 // Generates a program with an IA-32 generator configured with `intrinsics`.
-inline Ref<CodeModule> GenerateIA32(TacProgram& program, RecordingDelegate* delegate = nullptr,
+inline Ref<CodeModule> GenerateIA32(TacProgram& program, BackendRecorder* delegate = nullptr,
                                     SimpleVector<string> intrinsics = TestIntrinsicNames()) {
   CGIA32 generator;
   generator.Configure(CGIA32Options(), intrinsics);

@@ -12,6 +12,7 @@
 #include "foundation/TextEncodingUtil.h"
 #include "foundation/Utility.h"
 #include "host/StandInHost.h"
+#include "runtime/RuntimeObjectFoundation.h"
 
 class HostedTest : public ::testing::Test {
 protected:
@@ -50,3 +51,30 @@ protected:
   long mAllocBefore = 0;
   long mObjectsBefore = 0;
 };
+
+// A KvScript object's State property.
+inline long StateOf(VELDobjectStruct* script) {
+  long state = -1;
+  EXPECT_TRUE(StandInGetIntegerProperty(script, "State", &state));
+  return state;
+}
+
+inline void SetSourceProperty(VELDobjectStruct* script, char const* text) {
+  VELDstringStruct* s = StandInString(text, kEncodingUTF8);
+  EXPECT_TRUE(StandInSetStringProperty(script, "Source", s));
+  VELDUnlockString(s);
+}
+
+// A class record as the object run-time makes it, with a counted name, put
+// at the head of the class list.
+inline RuntimeClass* MakeClass(char const* name, uint32_t methods = 0, uint32_t properties = 0) {
+  uint32_t size = RuntimeClassAllocationSize(methods, 0, 0, 0, properties);
+  auto* c = reinterpret_cast<RuntimeClass*>(OSalloclen((int)size, 0));
+  umemzero(c, (int)size);
+  c->mMethodCount = methods;
+  c->mPropertyCount = properties;
+  c->mName = string(name).ExtractStringStorage();
+  c->mNext = mClassList;
+  mClassList = c;
+  return c;
+}

@@ -1,6 +1,6 @@
-// The host-independent engine: source copying, the image's lifetime, the
-// run flags, error forwarding, the virtual slot order and the run-time
-// correspondent's class list.
+// The host-independent engine: source copying, source faults, the image's
+// lifetime, the virtual slot order and the run-time correspondent's class
+// list.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -10,15 +10,15 @@
 #include <vector>
 
 #include "backend/MiniLinker.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScriptInterface.h"
-#include "foundation/TextEncodingUtil.h"
 #include "foundation/Utility.h"
 #include "runtime/RuntimeObjectFoundation.h"
 
 namespace {
 
-// An engine whose image can be planted, and which records what reaches its
-// error slots.
+// An engine whose image can be planted, and which records the compile
+// errors that reach it.
 class ProbeEngine : public KVScriptInterface {
 public:
   void PlantImage() { mCode.BindNewObject(new RunReadyCode); }
@@ -27,16 +27,12 @@ public:
   void CompilerError(CompileErrorCode code, unsigned long line) override {
     compileErrors.push_back({(long)code, (long)line});
   }
-  void RuntimeError(RuntimeErrorCode code, unsigned long line) override {
-    runtimeErrors.push_back({(long)code, (long)line});
-  }
 
   struct Report {
     long code;
     long line;
   };
   std::vector<Report> compileErrors;
-  std::vector<Report> runtimeErrors;
 };
 
 // Itanium C++ ABI: a pointer to a virtual member function holds
@@ -104,6 +100,11 @@ TEST(KVScriptInterface, SetSourceCopiesLengthBytesThenLineFeedAndNul) {
     ASSERT_NE(nullptr, engine.Source());
     EXPECT_EQ(0, memcmp(c.stored.data(), engine.Source(), c.stored.size()));
   }
+  char text[] = "Print 1";
+  ProbeEngine engine;
+  engine.SetSource(text, 7);
+  text[0] = 'X';
+  EXPECT_STREQ("Print 1\n", engine.Source()) << "a private copy";
 }
 
 // A source that can't be compiled is refused by SetSource and reported by
@@ -118,7 +119,6 @@ TEST(KVScriptInterface, SourceFaultsAreReportedByEveryCompile) {
       // Refused before a byte is read, so the short text is never overrun.
       {"past the cap", "x", kMaxSourceLength + 1, {SourceTooLarge, 0}},
       {"a NUL after CRLF, CR and LF", "a\r\nb\rc\n\0d", 9, {NulInSource, 3}},
-      {"a NUL on the first line", "Dim\0", 4, {NulInSource, 0}},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -137,14 +137,6 @@ TEST(KVScriptInterface, SourceFaultsAreReportedByEveryCompile) {
     engine.Precompile();
     EXPECT_EQ(2u, engine.compileErrors.size());
   }
-}
-
-TEST(KVScriptInterface, SetSourceKeepsAPrivateCopy) {
-  char text[] = "Print 1";
-  ProbeEngine engine;
-  engine.SetSource(text, 7);
-  text[0] = 'X';
-  EXPECT_STREQ("Print 1\n", engine.Source());
 }
 
 // Every operation that changes what the compiler sees discards the image.
@@ -183,83 +175,6 @@ TEST(KVScriptInterface, PrecompileAndRunKeepAPlantedImage) {
   EXPECT_EQ(image, engine.Code());
 }
 
-TEST(KVScriptInterface, RunWithoutSourceMakesNoImage) {
-  ProbeEngine engine;
-  engine.Precompile();
-  engine.Run();
-  EXPECT_EQ(nullptr, engine.Code());
-  EXPECT_TRUE(engine.compileErrors.empty());
-  EXPECT_TRUE(engine.runtimeErrors.empty());
-}
-
-TEST(KVScriptInterface, RunAndPartialRunSetTheirFlags) {
-  ProbeEngine engine;
-  EXPECT_FALSE(engine.PartialRun(100));
-  EXPECT_TRUE(engine.IsPartial());
-  EXPECT_FALSE(engine.IsRunning());
-  engine.Run();
-  EXPECT_FALSE(engine.IsPartial());
-  EXPECT_FALSE(engine.IsRunning());
-}
-
-TEST(KVScriptInterface, HostCallbacksAreKeptInOrderAndClearedTogether) {
-  ProbeEngine engine;
-  int a, b;
-  engine.RegisterHostMethod(&a, true, "Function F(x As Integer) As Integer");
-  engine.RegisterHostMethod(nullptr, false, "Sub G()");
-  engine.RegisterHostProperty(&a, &b, 42, "P As String");
-  ASSERT_EQ(2u, engine.HostMethods().size());
-  EXPECT_EQ(&a, engine.HostMethods()[0].entry);
-  EXPECT_TRUE(engine.HostMethods()[0].hasSelf);
-  EXPECT_STREQ("Function F(x As Integer) As Integer", engine.HostMethods()[0].declaration.CString());
-  EXPECT_EQ(nullptr, engine.HostMethods()[1].entry);
-  EXPECT_FALSE(engine.HostMethods()[1].hasSelf);
-  ASSERT_EQ(1u, engine.HostProperties().size());
-  EXPECT_EQ(&a, engine.HostProperties()[0].getter);
-  EXPECT_EQ(&b, engine.HostProperties()[0].setter);
-  EXPECT_EQ(42, engine.HostProperties()[0].param);
-  EXPECT_STREQ("P As String", engine.HostProperties()[0].declaration.CString());
-  engine.ClearHostCallbacks();
-  EXPECT_EQ(0u, engine.HostMethods().size());
-  EXPECT_EQ(0u, engine.HostProperties().size());
-}
-
-TEST(KVScriptInterface, ErrorsArriveAtTheErrorSlots) {
-  ProbeEngine engine;
-  KvScriptCorrespondent* correspondent = &engine;
-  correspondent->ScriptError(kRuntimeErrorUnhandledException, 0);
-  correspondent->ScriptError(kRuntimeErrorOutOfBounds, 17);
-  ASSERT_EQ(2u, engine.runtimeErrors.size());
-  EXPECT_EQ(2, engine.runtimeErrors[0].code);
-  EXPECT_EQ(9, engine.runtimeErrors[1].code);
-  EXPECT_EQ(17, engine.runtimeErrors[1].line);
-
-  // The compiler reaches the engine through its delegate base.
-  CompilerDelegate* delegate = &engine;
-  EXPECT_TRUE(delegate->CompilerError(CompileError(UnknownName, SourceLocation(12, 3, 12, 9))));
-  ASSERT_EQ(1u, engine.compileErrors.size());
-  EXPECT_EQ(UnknownName, engine.compileErrors[0].code);
-  EXPECT_EQ(12, engine.compileErrors[0].line);
-}
-
-TEST(KVScriptInterface, DefaultsOfTheBases) {
-  struct Silent : KvScriptCorrespondent {};
-  Silent silent;
-  unsigned long received = 77;
-  EXPECT_EQ(nullptr, silent.Input("?", 1, &received));
-  EXPECT_EQ(77u, received) << "the default Input leaves the length alone";
-
-  struct Plain : CompilerDelegate {};
-  Plain plain;
-  EXPECT_FALSE(plain.CompilerFrontendProgress(1, 2));
-  EXPECT_FALSE(plain.CompilerOptimizerProgress(1, 2));
-  EXPECT_FALSE(plain.CompilerBackendProgress(1, 2));
-  EXPECT_FALSE(plain.CompilerError(CompileError(SyntaxError, SourceLocation(0))));
-
-  ProbeEngine engine;
-  EXPECT_EQ(0u, engine.GetStackLimit());
-}
-
 TEST(KVScriptInterfaceDeathTest, ACallFromASecondThreadStopsACheckBuild) {
 #if !defined(KV_CHECKS)
   GTEST_SKIP() << "only check builds record the engine's thread";
@@ -272,30 +187,12 @@ TEST(KVScriptInterfaceDeathTest, ACallFromASecondThreadStopsACheckBuild) {
 // ---------------------------------------------------------------------------
 // The run-time correspondent
 
-// Makes a class record as the object runtime does, with a counted name.
-RuntimeClass* MakeClass(char const* name, uint32_t methods, uint32_t properties) {
-  uint32_t size = RuntimeClassAllocationSize(methods, 0, 0, 0, properties);
-  auto* c = reinterpret_cast<RuntimeClass*>(OSalloclen((int)size, 0));
-  umemzero(c, (int)size);
-  c->mMethodCount = methods;
-  c->mPropertyCount = properties;
-  c->mName = string(name).ExtractStringStorage();
-  c->mNext = mClassList;
-  mClassList = c;
-  return c;
-}
-
-TEST(RuntimeCorrespondent, InitClearsAndSetGetRoundTrip) {
+TEST(RuntimeCorrespondent, InitClearsAndExitFreesEveryClassAndItsName) {
   ProbeEngine engine;
   SetRuntimeCorrespondent(&engine);
-  EXPECT_EQ(&engine, GetRuntimeCorrespondent());
   InitKvScriptRuntime();
   EXPECT_EQ(nullptr, GetRuntimeCorrespondent());
   EXPECT_EQ(nullptr, mClassList);
-}
-
-TEST(RuntimeCorrespondent, ExitFreesEveryClassAndItsNameThenFindsTheListEmpty) {
-  InitKvScriptRuntime();
   long before = gTotalAllocLen;
   MakeClass("First", 2, 1);
   MakeClass("Second", 40, 3);  // large enough to leave the small-block lists
@@ -308,22 +205,6 @@ TEST(RuntimeCorrespondent, ExitFreesEveryClassAndItsNameThenFindsTheListEmpty) {
   EXPECT_EQ(before, gTotalAllocLen);
   ExitKvScriptRuntime();
   EXPECT_EQ(nullptr, mClassList);
-  EXPECT_EQ(before, gTotalAllocLen);
-}
-
-TEST(RuntimeCorrespondent, ARunSetsTheOuterRunStateAsideAndGivesItBack) {
-  ProbeEngine outerEngine, engine;
-  InitKvScriptRuntime();
-  long before = gTotalAllocLen;
-  RuntimeClass* outer = MakeClass("Outer", 1, 0);
-  SetRuntimeCorrespondent(&outerEngine);
-  RunReadyCode image;
-  image.Run(&engine);
-  EXPECT_EQ(&outerEngine, GetRuntimeCorrespondent());
-  EXPECT_EQ(outer, mClassList);
-  EXPECT_STREQ("Outer", stringStorage::CString(outer->mName)) << "not freed by the inner run";
-  ExitKvScriptRuntime();
-  InitKvScriptRuntime();
   EXPECT_EQ(before, gTotalAllocLen);
 }
 

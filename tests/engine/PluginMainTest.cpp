@@ -9,26 +9,15 @@
 
 namespace {
 
-TEST(VELDstringStruct, NullIsTheEmptyString) {
-  EXPECT_EQ(0, VELDstringStruct::Length(nullptr));
-  EXPECT_STREQ("", VELDstringStruct::CString(nullptr));
-  EXPECT_EQ(0, VELDstringStruct::PString(nullptr)[0]);
-}
-
+// A host string is a string record read in place; null is the empty string.
 TEST(VELDstringStruct, ReadsAStringRecordInPlace) {
   string s("abc");
   auto* hostView = AsHostString(s.Storage());
-  EXPECT_EQ(3, VELDstringStruct::Length(hostView));
   EXPECT_STREQ("abc", VELDstringStruct::CString(hostView));
   EXPECT_EQ(3, VELDstringStruct::PString(hostView)[0]);
-}
-
-TEST(VELDGetClassData, IsTheObjectPlusTheOffsetTheHostWrote) {
-  VELDclassDefinition definition = {};
-  definition.dataOffset = 40;
-  alignas(4) char object[64] = {};
-  auto* o = reinterpret_cast<VELDobjectStruct*>(object);
-  EXPECT_EQ(object + 40, VELDGetClassData(o, &definition));
+  EXPECT_EQ(0, VELDstringStruct::Length(nullptr));
+  EXPECT_STREQ("", VELDstringStruct::CString(nullptr));
+  EXPECT_EQ(0, VELDstringStruct::PString(nullptr)[0]);
 }
 
 using PluginMainTest = HostedTest;
@@ -117,34 +106,6 @@ TEST_F(PluginMainTest, TheResolverFunctionsAskTheHostEveryTime) {
   EXPECT_EQ(reinterpret_cast<void*>(&Marker), CallResolver("StringJoin"));
   EXPECT_EQ(reinterpret_cast<void*>(&Marker), HCallResolver("StringJoin"));
   EXPECT_EQ(reinterpret_cast<void*>(&StandInResolve), reinterpret_cast<void*>(gResolver));
-}
-
-TEST(KvScriptRecords, RowsPointAtTheirFieldsAndEventsKeepTheirOrder) {
-  struct Row {
-    char const* name;
-    long offset;
-    bool hostWrites;
-  };
-  Row const rows[] = {
-      {"State", kScriptStateOffset, true},
-      {"CurrentLineNumber", kScriptLineNumberOffset, false},
-      {"Source", kScriptSourceOffset, false},
-      {"EncodingFont", kScriptEncodingFontOffset, true},
-      {"Context", kScriptContextOffset, false},
-  };
-  ASSERT_EQ(5, KvScriptClass.propertyCount);
-  for (int i = 0; i < 5; ++i) {
-    SCOPED_TRACE(rows[i].name);
-    EXPECT_STREQ(rows[i].name, KvScriptProperties[i].name);
-    EXPECT_EQ(rows[i].offset, KvScriptProperties[i].param);
-    EXPECT_EQ(kHostAccessesField, KvScriptProperties[i].getter);
-    EXPECT_EQ(rows[i].hostWrites, KvScriptProperties[i].setter == kHostAccessesField);
-  }
-  EXPECT_EQ(nullptr, KvScriptProperties[1].setter) << "CurrentLineNumber is read-only";
-  EXPECT_STREQ("Input(prompt As String) As String", KvScriptEvents[kKvScriptInputEvent].declaration);
-  EXPECT_STREQ("RuntimeError(line As Integer, error As RuntimeException)",
-               KvScriptEvents[kKvScriptRuntimeErrorEvent].declaration);
-  EXPECT_EQ(sizeof(KvScriptData), (size_t)KvScriptClass.dataSize);
 }
 
 }  // namespace

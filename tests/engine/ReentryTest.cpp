@@ -24,7 +24,6 @@
 #include "engine/KVScriptInterface.h"
 #include "frontend/SrcContext.h"
 #include "runtime/KVScriptIntrinsics.h"
-#include "runtime/RuntimeObjectFoundation.h"
 
 namespace {
 
@@ -64,27 +63,6 @@ void PlantEngine(VELDobjectStruct* object) {
 }
 
 KVInterpreter* EngineOf(VELDobjectStruct* object) { return KvScriptDataOf(object)->interpreter; }
-
-long StateOf(VELDobjectStruct* object) {
-  long state = -1;
-  EXPECT_TRUE(StandInGetIntegerProperty(object, "State", &state));
-  return state;
-}
-
-void SetSourceProperty(VELDobjectStruct* object, char const* text) {
-  VELDstringStruct* s = StandInString(text, kEncodingUTF8);
-  StandInSetStringProperty(object, "Source", s);
-  VELDUnlockString(s);
-}
-
-// A class record as the object run-time makes it, with a counted name.
-RuntimeClass* MakeClass(char const* name) {
-  uint32_t size = RuntimeClassAllocationSize(0, 0, 0, 0, 0);
-  auto* c = reinterpret_cast<RuntimeClass*>(OSalloclen((int)size, 0));
-  umemzero(c, (int)size);
-  c->mName = string(name).ExtractStringStorage();
-  return c;
-}
 
 // ---------------------------------------------------------------------------
 // From inside a handler
@@ -156,8 +134,6 @@ void InsideTheOuterRun() {
       // A class the outer run has built: the inner run must neither free it
       // nor leave the outer run without it.
       RuntimeClass* outerClass = MakeClass("Outer");
-      outerClass->mNext = mClassList;
-      mClassList = outerClass;
       StandInCallMethod(sScene.other, "Run");
       EXPECT_EQ(outerClass, mClassList);
       EXPECT_EQ(ScriptStateComplete, StateOf(sScene.other));

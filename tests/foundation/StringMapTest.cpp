@@ -137,37 +137,6 @@ TEST(ContainersStringMap, DeleteKeepsOrderOfTheRest) {
   EXPECT_EQ(KeysInOrder(map), std::vector<std::string>{"again"});
 }
 
-TEST(ContainersStringMap, IterateInInsertionOrderAndStops) {
-  StringMap<int> map;
-  for (char const* k : {"zeta", "alpha", "mid", "beta"}) map.AddEntry(k, 0);
-  std::vector<std::string> seen;
-  auto stopAtMid = [](string key, int, long context) {
-    ((std::vector<std::string>*)context)->push_back(key.CString());
-    return !(key == "MID");
-  };
-  EXPECT_FALSE(map.Iterate(stopAtMid, (long)&seen));
-  EXPECT_EQ(seen, (std::vector<std::string>{"zeta", "alpha", "mid"}));
-}
-
-TEST(ContainersStringMap, IteratorStates) {
-  StringMap<int> map;
-  map.AddEntry("one", 1);
-  map.AddEntry("two", 2);
-  StringMapIterator<int> it(&map);
-  int value = 0;
-  EXPECT_FALSE(it.Value(value));  // not started
-  it.Delete();                    // not started: nothing to delete
-  EXPECT_EQ(map.Count(), 2u);
-  ASSERT_TRUE(it.Next(value));
-  EXPECT_EQ(value, 1);
-  ASSERT_TRUE(it.Next(value));
-  EXPECT_EQ(value, 2);
-  EXPECT_FALSE(it.Next(value));
-  EXPECT_EQ(it.Key().Length(), 0);
-  it.Delete();  // past the end: nothing to delete
-  EXPECT_EQ(map.Count(), 2u);
-}
-
 TEST(ContainersStringMap, DeleteThroughIteratorMovesOthersOnSameEntry) {
   StringMap<int> map;
   for (char const* k : {"a", "b", "c", "d", "e"}) map.AddEntry(k, k[0]);
@@ -217,32 +186,6 @@ TEST(ContainersStringMap, MapDeletesIteratorsItOutlives) {
   map->NewIterator();
   delete middle;  // unchains from the middle
   delete map;     // takes the other two; the sanitizer build checks for leaks
-}
-
-TEST(ContainersStringMap, FlatFunctions) {
-  EXPECT_EQ(getStringMapEntry(nullptr, "x"), 0u);
-  EXPECT_EQ(getStringMapIterator(nullptr), nullptr);
-  EXPECT_FALSE(smIteratorNext(nullptr));
-  EXPECT_EQ(smIteratorKey(nullptr).Length(), 0);
-
-  StringMap<unsigned long>* map = newStringMap();
-  addStringMapEntry(map, "alpha", 10);
-  addStringMapEntry(map, "beta", 20);
-  addStringMapEntry(map, "gamma", 30);
-  EXPECT_EQ(getStringMapEntry(map, "ALPHA"), 10u);
-  EXPECT_EQ(getStringMapEntry(map, "delta"), 0u);
-  deleteStringMapEntry(map, "beta");
-  StringMapIterator<unsigned long>* it = getStringMapIterator(map);
-  EXPECT_EQ(smIteratorValue(it), 0u);
-  ASSERT_TRUE(smIteratorNext(it));
-  EXPECT_STREQ(smIteratorKey(it).CString(), "alpha");
-  smIteratorDelete(it);
-  ASSERT_TRUE(smIteratorNext(it));
-  EXPECT_EQ(smIteratorValue(it), 30u);
-  EXPECT_FALSE(smIteratorNext(it));
-  smDisposeIterator(it);
-  EXPECT_EQ(getStringMapEntry(map, "alpha"), 0u);
-  disposeStringMap(map);
 }
 
 // Multiples of 1,024 once shared one bin of a fixed table.

@@ -44,15 +44,6 @@ TEST(Encodings, CommonEncodingRules) {
     EXPECT_EQ(CommonEncoding(c.a, c.b, c.allow), c.expected) << c.a << " " << c.b << " " << int(c.allow);
 }
 
-TEST(Encodings, CodeNames) {
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingMacRoman), "MAC");
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingUTF8), "UTF8");
-  EXPECT_STREQ(GetCodeNameFromEncoding(256), "UTF16LE");
-  EXPECT_STREQ(GetCodeNameFromEncoding(1585), "CP936");
-  EXPECT_STREQ(GetCodeNameFromEncoding(kEncodingUnknown), "ISO_8859-1");  // the system's
-  EXPECT_EQ(GetCodeNameFromEncoding(12345), nullptr);
-}
-
 struct ConversionCase {
   char const* name;
   std::string text;
@@ -105,49 +96,6 @@ TEST(Encodings, ConvertEncodingShortcutsAndCache) {
   EXPECT_EQ(once.Storage(), twice.Storage());
   EXPECT_EQ(Bytes(once), "\xC3\xA9");
   ClearConvertEncodingCache();
-}
-
-TEST(Encodings, ConvertToSameEncoding) {
-  string a, b;
-  EXPECT_EQ(ConvertToSameEncoding(&a, &b), kEncodingASCII);
-  b = Tagged("x", kLatin1);
-  EXPECT_EQ(ConvertToSameEncoding(&a, &b), kLatin1);
-  // ASCII next to Mac Roman: no conversion, both stay.
-  string ascii("ab");
-  string roman = Tagged("\x8E", kEncodingMacRoman);
-  stringStorage* romanBefore = roman.Storage();
-  EXPECT_EQ(ConvertToSameEncoding(&ascii, &roman), kEncodingMacRoman);
-  EXPECT_EQ(roman.Storage(), romanBefore);
-  // ASCII next to UTF-16 needs a conversion.
-  string plain("hi");
-  string wide = Tagged(std::string("o\0k\0", 4), kEncodingUTF16);
-  EXPECT_EQ(ConvertToSameEncoding(&plain, &wide), kEncodingUTF16);
-  EXPECT_EQ(Bytes(plain), std::string("h\0i\0", 4));
-  // An unknown tag on one side: nothing changes.
-  string unknown = Tagged("\xE9", kEncodingUnknown);
-  string latin = Tagged("\xE9", kLatin1);
-  EXPECT_EQ(ConvertToSameEncoding(&unknown, &latin), kEncodingUnknown);
-  EXPECT_EQ(latin.Encoding(), kLatin1);
-  // Two 8-bit encodings meet in UTF-8.
-  string l = Tagged("\xE9", kLatin1);
-  string m = Tagged("\x8E", kEncodingMacRoman);
-  EXPECT_EQ(ConvertToSameEncoding(&l, &m), kEncodingUTF8);
-  EXPECT_EQ(Bytes(l), "\xC3\xA9");
-  EXPECT_EQ(Bytes(m), "\xC3\xA9");
-  ClearConvertEncodingCache();
-}
-
-TEST(Encodings, Attributes) {
-  int base, variant, format;
-  GetEncodingAttributes(kEncodingUTF8, base, variant, format);
-  EXPECT_EQ(base, 256);
-  EXPECT_EQ(format, 2);
-  GetEncodingAttributes(kLatin1, base, variant, format);
-  EXPECT_EQ(base, 513);
-  EXPECT_EQ(format, 0);
-  EXPECT_EQ(GetEncodingFromFont(string()), kEncodingASCII);
-  EXPECT_EQ(GetEncodingFromFont(string("Helvetica")), 513u);
-  EXPECT_EQ(GetSystemEncoding(), 513u);
 }
 
 TEST(Encodings, ConversionsDoNotLeak) {

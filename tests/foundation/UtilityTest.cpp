@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -75,141 +74,41 @@ TEST(Bytes, SearchWithUmemcmp) {
   EXPECT_EQ(umemcmp(hay, "aab", 3, 2), -1);
 }
 
-TEST(Bytes, CStringHelpers) {
+TEST(Bytes, CStringsAndCase) {
   char buf[32] = "ab";
   char* cursor = buf;
-  char* end = ustrcat(&cursor, "cd");
+  EXPECT_EQ(ustrcat(&cursor, "cd"), buf + 4);
   EXPECT_STREQ(buf, "abcd");
-  EXPECT_EQ(end, buf + 4);
-  EXPECT_EQ(ustrlen(buf), 4);
   EXPECT_EQ(ustrlen(nullptr), 0);
-  unsigned char p[8];
-  unsigned char const src[] = {3, 'x', 'y', 'z'};
-  pstrcpy(p, src);
-  EXPECT_EQ(std::memcmp(p, src, 4), 0);
-}
-
-TEST(Bytes, CStringCompares) {
   EXPECT_EQ(ustrcmpi("abc", "ABC"), 0);
   EXPECT_EQ(ustrcmp("abc", "ABC"), 1);
   EXPECT_EQ(ustrcmpi(nullptr, "a"), -1);
   EXPECT_EQ(ustrcmpi("a", nullptr), 1);
   EXPECT_EQ(ustrcmpi(nullptr, nullptr), 0);
   EXPECT_EQ(ustrcmpi("ab", "abc"), -1);
-  EXPECT_EQ(ustrcmpi("\x8E", "\x83"), 0);    // 0x8E upper-cases to 0x83
+  EXPECT_EQ(ustrcmpi("\x8E", "\x83"), 0);  // Mac Roman e acute, lower and upper case
   EXPECT_EQ(ustrcmp("ab", 2, "ab\0", 3), -1);
-  EXPECT_EQ(ustrcmpi("AB", 2, "ab", 2), 0);
+  // Case folding: a-z and nothing else below 128; folding twice changes nothing.
+  for (int c = 0; c < 256; c++) {
+    int up = utoupper((unsigned char)c);
+    EXPECT_EQ(utoupper((unsigned char)up), up) << c;
+    if (c < 128) {
+      EXPECT_EQ(up, c >= 'a' && c <= 'z' ? c - 32 : c) << c;
+    }
+  }
 }
 
-TEST(Bytes, UpperMapExceptions) {
-  // Every Mac Roman pair outside a-z, as the code page folds them.
-  int const pairs[][2] = {
-      {135, 231}, {136, 203}, {137, 229}, {138, 128}, {139, 204}, {140, 129}, {141, 130},
-      {142, 131}, {143, 233}, {144, 230}, {145, 232}, {146, 234}, {147, 237}, {148, 235},
-      {149, 236}, {150, 132}, {151, 238}, {152, 241}, {153, 239}, {154, 133}, {155, 205},
-      {156, 242}, {157, 244}, {158, 243}, {159, 134}, {190, 174}, {191, 175}, {207, 206},
-      {216, 217}, {245, 73}};
-  for (auto const& p : pairs)
-    EXPECT_EQ(utoupper((unsigned char)p[0]), p[1]) << p[0];
-  EXPECT_EQ(utoupper('q'), 'Q');
-  EXPECT_EQ(utoupper('{'), '{');
-  EXPECT_EQ(utoupper(0x8A), 0x80);
-  EXPECT_EQ(utoupper(0xF5), 'I');
-  EXPECT_EQ(utoupper(0xBF), 0xAF);
-  EXPECT_EQ(utoupper(0xD8), 0xD9);
-  EXPECT_EQ(utoupper(0x80), 0x80);
-  int changed = 0;
-  for (int c = 0; c < 256; c++)
-    changed += utoupper((unsigned char)c) != c;
-  EXPECT_EQ(changed, 26 + 30);  // a-z and the pairs above, nothing else
-}
-
-TEST(Numbers, Parsing) {
+TEST(Numbers, ParsedAndAsText) {
   EXPECT_EQ(uatol("  -12x"), -12);
   EXPECT_EQ(uatol("+7"), 7);
   EXPECT_EQ(uatol("\t5"), 0);  // only blanks are skipped
   EXPECT_EQ(uatol("12345", 3), 123);
   EXPECT_DOUBLE_EQ(uatod("2.5e2"), 250.0);
-}
-
-TEST(Numbers, AsText) {
-  EXPECT_STREQ(ultohexa(255).CString(), "000000FF");
   EXPECT_STREQ(ultohexa(0xDEADBEEF).CString(), "DEADBEEF");
   EXPECT_STREQ(ultoa(-42).CString(), "-42");
-  EXPECT_EQ(ultoa(7).Encoding(), kEncodingASCII);
   EXPECT_STREQ(udtoa(-0.0, false).CString(), "0");
   EXPECT_STREQ(udtoa(1.5, false).CString(), "1.5");
   EXPECT_STREQ(udtoa(1.5, true).CString(), "1.500000e+00");
-}
-
-TEST(Numbers, FourCharCodesAndBits) {
-  unsigned long code;
-  std::memcpy(&code, "TEXT", 4);
-  EXPECT_STREQ(FourCharCodeToString(code).CString(), "TEXT");
-  EXPECT_EQ(FourCharCodeToString(code).Encoding(), kEncodingMacRoman);
-  EXPECT_EQ(StringToFourCharCode(string("TEXT")), code);
-  unsigned long unknown;
-  std::memcpy(&unknown, "????", 4);
-  EXPECT_EQ(StringToFourCharCode(string("abc")), unknown);
-  string bits = WriteLongAsBits(0x01020304);
-  EXPECT_EQ(std::string(bits.CString(), 4), "\x01\x02\x03\x04");
-  EXPECT_EQ(ReadLongAsBits((unsigned char const*)bits.CString()), 0x01020304ul);
-  string shorts = WriteShortAsBits(0x0102);
-  EXPECT_EQ(std::string(shorts.CString(), 2), "\x02\x01");
-  EXPECT_EQ(ReadShortAsBits((unsigned char const*)shorts.CString()), 0x0102);
-}
-
-// The callback sorts work on a vector the callbacks can see.
-std::vector<int> gItems;
-bool Less(long a, long b) { return gItems[a] < gItems[b]; }
-void Swap(long a, long b) { std::swap(gItems[a], gItems[b]); }
-
-TEST(Sorts, SorterOrdersEverySize) {
-  for (int n : {0, 1, 2, 5, 6, 7, 50, 1000}) {
-    gItems.clear();
-    unsigned seed = 12345;
-    for (int i = 0; i < n; i++) {
-      seed = seed * 1103515245 + 12345;
-      gItems.push_back((seed >> 16) % 97);
-    }
-    std::vector<int> expected = gItems;
-    std::sort(expected.begin(), expected.end());
-    sorter(n, Less, Swap);
-    EXPECT_EQ(gItems, expected) << n;
-  }
-}
-
-// Keys with a payload, to see that equal keys keep their order.
-std::vector<std::pair<int, int>> gPairs;
-int ComparePairs(int a, int b, sortDirection d) { return d * (gPairs[a].first - gPairs[b].first); }
-void SwapPairs(int a, int b, sortDirection) { std::swap(gPairs[a], gPairs[b]); }
-
-TEST(Sorts, OrderSorterIsStableInBothDirections) {
-  for (int direction : {1, -1}) {
-    gPairs.clear();
-    unsigned seed = 99;
-    for (int i = 0; i < 300; i++) {
-      seed = seed * 1103515245 + 12345;
-      gPairs.push_back({int((seed >> 16) % 10), i});
-    }
-    std::vector<std::pair<int, int>> expected = gPairs;
-    std::stable_sort(expected.begin(), expected.end(), [&](auto const& x, auto const& y) {
-      return direction * (x.first - y.first) < 0;
-    });
-    orderSorter(0, (int)gPairs.size() - 1, ComparePairs, SwapPairs, direction);
-    EXPECT_EQ(gPairs, expected) << direction;
-  }
-  auto unsorted = gPairs = {{3, 0}, {1, 1}};
-  orderSorter(0, 1, ComparePairs, SwapPairs, 0);
-  EXPECT_EQ(gPairs, unsorted);
-}
-
-TEST(VectorStuffTest, LowBytes) {
-  unsigned char const low[] = {0, 65, 127};
-  unsigned char const high[] = {65, 128};
-  EXPECT_TRUE(VectorStuff()->ContainsOnlyLowBytes(low, 3));
-  EXPECT_FALSE(VectorStuff()->ContainsOnlyLowBytes(high, 2));
-  EXPECT_EQ(VectorStuff(), VectorStuff());
 }
 
 }  // namespace

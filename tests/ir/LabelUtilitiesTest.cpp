@@ -2,74 +2,53 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
-class LabelPatchTest : public ::testing::Test {
-protected:
-  void SetUp() override {
-    InitTacConstants();
-    exitLit = pool.GetLiteral(kUnresolvedExitTarget);
-    returnLit = pool.GetLiteral(kFunctionReturnTarget);
-    ordinary = pool.GetLiteral(5L);
-    target = pool.GetLiteral(40L);
-    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, exitLit, 1);        // 0
-    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, returnLit, 2);      // 1
-    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, ordinary, 3);       // 2
-    block.AddLine(tac_IfEQI, gTacOne, gTacOne, exitLit, 4);             // 3
-    block.AddLine(tac_Label, exitLit, nilTacAddr, nilTacAddr, 5);       // 4
-    block.AddLine(tac_Store, exitLit, nilTacAddr, exitLit, 6);          // 5
-    // A Color of -1 is no label, though its payload holds -1.
-    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr,
-                  pool.GetLiteral(IRValue::SInt32(-1), IRDataType(kTypeColor)), 7);  // 6
-    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, exitLit, 8);        // 7
-  }
-
-  TacLine* Line(int n) {
-    TacLine* l = block.first;
-    while (n-- > 0) l = l->next;
-    return l;
-  }
-
+// Each patch replaces the target of the unconditional jumps to its label
+// and nothing else: not a conditional jump, not a label or a store that
+// holds the same literal, not a colour whose payload holds the same number.
+TEST(LabelPatch, EachPatchTouchesOnlyJumpsToItsLabel) {
+  InitTacConstants();
   TacLiteralPool pool;
-  TacBlock block;
-  TacAddr const* exitLit;
-  TacAddr const* returnLit;
-  TacAddr const* ordinary;
-  TacAddr const* target;
-};
-
-TEST_F(LabelPatchTest, ExitPatchTouchesOnlyJumpsToTheExitPlaceholder) {
-  TacAddr const* colour = Line(6)->c;
-  PatchExitLabels(block, target);
-  EXPECT_EQ(Line(0)->c, target);
-  EXPECT_EQ(Line(1)->c, returnLit);
-  EXPECT_EQ(Line(2)->c, ordinary);
-  EXPECT_EQ(Line(3)->c, exitLit);  // conditional jumps never carry a placeholder
-  EXPECT_EQ(Line(4)->a, exitLit);
-  EXPECT_EQ(Line(5)->a, exitLit);
-  EXPECT_EQ(Line(5)->c, exitLit);
-  EXPECT_EQ(Line(6)->c, colour);
-  EXPECT_EQ(Line(7)->c, target);
-}
-
-TEST_F(LabelPatchTest, ReturnPatchTouchesOnlyJumpsToTheReturnPlaceholder) {
-  PatchReturnLabels(block, target);
-  EXPECT_EQ(Line(0)->c, exitLit);
-  EXPECT_EQ(Line(1)->c, target);
-  EXPECT_EQ(Line(2)->c, ordinary);
-  EXPECT_EQ(Line(7)->c, exitLit);
-}
-
-TEST_F(LabelPatchTest, AnyLabelNumberCanBePatched) {
-  PatchLabels(block, 5, target);
-  EXPECT_EQ(Line(2)->c, target);
-  EXPECT_EQ(Line(0)->c, exitLit);
-  EXPECT_EQ(Line(1)->c, returnLit);
-}
-
-TEST(LabelPatch, EmptyBlockIsFine) {
+  TacAddr const* exit = pool.GetLiteral(kUnresolvedExitTarget);
+  TacAddr const* ret = pool.GetLiteral(kFunctionReturnTarget);
+  TacAddr const* five = pool.GetLiteral(5L);
+  TacAddr const* colour = pool.GetLiteral(IRValue::SInt32(-1), IRDataType(kTypeColor));
+  TacAddr const* target = pool.GetLiteral(40L);
+  struct Case {
+    char const* what;
+    void (*patch)(TacBlock&, TacAddr const*);
+    std::vector<int> patched;  // the lines whose c becomes the target
+  } const cases[] = {
+      {"exit", [](TacBlock& b, TacAddr const* t) { PatchExitLabels(b, t); }, {0, 7}},
+      {"return", [](TacBlock& b, TacAddr const* t) { PatchReturnLabels(b, t); }, {1}},
+      {"label 5", [](TacBlock& b, TacAddr const* t) { PatchLabels(b, 5, t); }, {2}},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    TacBlock block;
+    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, exit, 0);
+    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, ret, 1);
+    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, five, 2);
+    block.AddLine(tac_IfEQI, gTacOne, gTacOne, exit, 3);
+    block.AddLine(tac_Label, exit, nilTacAddr, nilTacAddr, 4);
+    block.AddLine(tac_Store, exit, nilTacAddr, exit, 5);
+    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, colour, 6);
+    block.AddLine(tac_Jump, nilTacAddr, nilTacAddr, exit, 7);
+    c.patch(block, target);
+    std::vector<int> patched;
+    for (TacLine* l = block.first; l; l = l->next) {
+      if (l->c == target) patched.push_back((int)l->line);
+      if (l->line == 4 || l->line == 5) {
+        EXPECT_EQ(l->a, exit);
+      }
+    }
+    EXPECT_EQ(patched, c.patched);
+  }
   TacBlock empty;
-  PatchExitLabels(empty, nullptr);
+  PatchExitLabels(empty, target);
   EXPECT_TRUE(empty.IsEmpty());
 }
 

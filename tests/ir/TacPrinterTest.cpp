@@ -56,11 +56,6 @@ TEST(TacPrinter, ListsAHandBuiltBlock) {
   EXPECT_EQ(std::string(ListTacBlock(b).CString()), expected);
 }
 
-TEST(TacPrinter, EmptyBlockListsNothing) {
-  TacBlock empty;
-  EXPECT_EQ(ListTacBlock(empty).Length(), 0);
-}
-
 TEST(TacPrinter, OperandsOutsideLabelPositionsAreNumbers) {
   InitTacConstants();
   ConstAddr minusOne(-1L);
