@@ -1,5 +1,6 @@
 #include "host/HostLibrary.h"
 
+#include "runtime/FormatNumber.h"
 #include "runtime/MathRuntime.h"
 #include "runtime/ColorFunctions.h"
 
@@ -239,11 +240,9 @@ double ParseNumber(stringStorage* text) {
   return strtod(s.substr(from, i - from).c_str(), nullptr);
 }
 
+// The language's default rendering, the text a Variant holding the value gives.
 stringStorage* NumberText(double value) {
-  if (value == 0) value = 0;  // no "-0"
-  char buffer[64];
-  snprintf(buffer, sizeof buffer, "%.15g", value);
-  return NewText(buffer, kEncodingUTF8);
+  return NewText(std::string(doubleStr(value, -1, 7).CString()), kEncodingUTF8);
 }
 
 stringStorage* InBase(long value, unsigned bitsPerDigit) {
