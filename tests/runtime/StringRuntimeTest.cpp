@@ -69,7 +69,20 @@ TEST(RuntimeStrings, CompareIgnoresCaseAndEncodings) {
   EXPECT_EQ(CompareStringsInternal(nullptr, lower), -1);
   EXPECT_EQ(CompareStringsInternal(lower, nullptr), 1);
   EXPECT_EQ(CompareStringsInternal(nullptr, nullptr), 0);
-  for (stringStorage* s : {upper, lower, latin, utf8})
+  // The short cuts (same record, an empty side, one encoding) agree in sign
+  // with the general comparison, for every pair.
+  stringStorage* empty = Record("");
+  stringStorage* longer = Record("abcd");
+  stringStorage* after = Record("ABD");
+  stringStorage* all[] = {nullptr, empty, upper, lower, latin, utf8, longer, after};
+  auto sign = [](int v) { return (v > 0) - (v < 0); };
+  for (stringStorage* a : all)
+    for (stringStorage* b : all)
+      EXPECT_EQ(sign(CompareStringsInternal(a, b)), sign(string(a).Compare(string(b))))
+          << string(a).CString() << " / " << string(b).CString();
+  EXPECT_LT(CompareStringsInternal(lower, longer), 0);
+  EXPECT_LT(CompareStringsInternal(lower, after), 0);
+  for (stringStorage* s : {upper, lower, latin, utf8, empty, longer, after})
     RuntimeUnlockString(s);
   ClearConvertEncodingCache();
 }
