@@ -89,6 +89,11 @@ void IA32OpWriter::ia32_imul(int mod, int reg, int rm) {
   WritePlainOperand(mod, reg, rm);
 }
 
+void IA32OpWriter::ia32_test(int mod, int reg, int rm) {
+  ia32_WriteOpcode(0x85);
+  WritePlainOperand(mod, reg, rm);
+}
+
 void IA32OpWriter::ia32_mov(int mod, int reg, int rm) {
   ia32_WriteOpcode(0x8B);
   WritePlainOperand(mod, reg, rm);
@@ -161,6 +166,13 @@ void IA32OpWriter::ia32_mov_imm32(int reg, int imm) {
   ia32_Write32(imm);
 }
 
+// The immediate follows the whole operand, displacement included.
+void IA32OpWriter::ia32_mov_imm32(int mod, int rm, int disp, int imm) {
+  ia32_WriteOpcode(0xC7);
+  WriteDispOperand(mod, 0, rm, disp);
+  ia32_Write32(imm);
+}
+
 // ---------------------------------------------------------------------------
 // Opcode extensions
 
@@ -194,13 +206,17 @@ void IA32OpWriter::ia32_cmp_imm32(int mod, int rm, int imm) {
   ia32_Write32(imm);
 }
 
-// The byte is sign-extended by the processor, so only -128..127 mean themselves.
-void IA32OpWriter::ia32_and_imm8_se(int mod, int rm, int imm) {
+void IA32OpWriter::WriteImm8Operation(int extension, int mod, int rm, int imm) {
   KV_ASSERT(imm >= -128 && imm <= 127);
   ia32_WriteOpcode(0x83);
-  WritePlainOperand(mod, 4, rm);
+  WritePlainOperand(mod, extension, rm);
   ia32_Write8((char)imm);
 }
+
+void IA32OpWriter::ia32_add_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(0, mod, rm, imm); }
+void IA32OpWriter::ia32_and_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(4, mod, rm, imm); }
+void IA32OpWriter::ia32_sub_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(5, mod, rm, imm); }
+void IA32OpWriter::ia32_cmp_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(7, mod, rm, imm); }
 
 void IA32OpWriter::ia32_negi(int mod, int rm) {
   ia32_WriteOpcode(0xF7);
@@ -254,6 +270,12 @@ void IA32OpWriter::ia32_pop(int reg) { ia32_WriteRegisterOpcode(0x58, reg); }
 void IA32OpWriter::ia32_push_imm32(int imm) {
   ia32_WriteOpcode(0x68);
   ia32_Write32(imm);
+}
+
+void IA32OpWriter::ia32_push_imm8_se(int imm) {
+  KV_ASSERT(imm >= -128 && imm <= 127);
+  ia32_WriteOpcode(0x6A);
+  ia32_Write8((char)imm);
 }
 
 void IA32OpWriter::ia32_call_disp32(int rel) {

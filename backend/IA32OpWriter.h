@@ -63,6 +63,7 @@ public:
   void ia32_xor(int mod, int reg, int rm);   // 33 /r     xor r32, r/m32
   void ia32_cmp(int mod, int reg, int rm);   // 3B /r     cmp r32, r/m32
   void ia32_imul(int mod, int reg, int rm);  // 0F AF /r  imul r32, r/m32
+  void ia32_test(int mod, int reg, int rm);  // 85 /r     test r/m32, r32
 
   // Moves.
   void ia32_mov(int mod, int reg, int rm);                                     // 8B /r  mov r32, r/m32
@@ -79,6 +80,7 @@ public:
   void ia32_mov8_backwards(int mod, int reg, int rm, int scale, int index, int base);  // 88 /r  mov r/m8, r8
   void ia32_lea(int mod, int reg, int rm, int disp);                           // 8D /r  lea r32, m
   void ia32_mov_imm32(int reg, int imm);                                       // B8+rd id  mov r32, imm32
+  void ia32_mov_imm32(int mod, int rm, int disp, int imm);                     // C7 /0 id  mov r/m32, imm32
 
   // Operations with an opcode extension in the reg field.
   void ia32_add_imm32(int mod, int rm, int imm);     // 81 /0 id  add r/m32, imm32
@@ -86,7 +88,10 @@ public:
   void ia32_and_imm32(int mod, int rm, int imm);     // 81 /4 id  and r/m32, imm32
   void ia32_sub_imm32(int mod, int rm, int imm);     // 81 /5 id  sub r/m32, imm32
   void ia32_cmp_imm32(int mod, int rm, int imm);     // 81 /7 id  cmp r/m32, imm32
+  void ia32_add_imm8_se(int mod, int rm, int imm);   // 83 /0 ib  add r/m32, imm8
   void ia32_and_imm8_se(int mod, int rm, int imm);   // 83 /4 ib  and r/m32, imm8
+  void ia32_sub_imm8_se(int mod, int rm, int imm);   // 83 /5 ib  sub r/m32, imm8
+  void ia32_cmp_imm8_se(int mod, int rm, int imm);   // 83 /7 ib  cmp r/m32, imm8
   void ia32_negi(int mod, int rm);                   // F7 /3     neg r/m32
   void ia32_idiv(int mod, int rm);                   // F7 /7     idiv r/m32
   void ia32_call(int mod, int rm);                   // FF /2     call r/m32
@@ -103,6 +108,7 @@ public:
   void ia32_push(int reg);          // 50+rd     push r32
   void ia32_pop(int reg);           // 58+rd     pop r32
   void ia32_push_imm32(int imm);    // 68 id     push imm32
+  void ia32_push_imm8_se(int imm);  // 6A ib     push imm8
   void ia32_call_disp32(int rel);   // E8 cd     call rel32
   void ia32_jmp(int rel);           // E9 cd     jmp rel32
   void ia32_je(int rel);            // 0F 84 cd  je rel32
@@ -146,4 +152,6 @@ private:
   void WriteSIBOperand(int mod, int reg, int rm, int scale, int index, int base);
   // A float operand [reg], or [esp] through a SIB byte when rm is 4.
   void WriteFloatOperand(int mod, int reg, int rm);
+  // 83 /extension ib: the byte is sign-extended, so only -128..127 mean themselves.
+  void WriteImm8Operation(int extension, int mod, int rm, int imm);
 };
