@@ -1,6 +1,7 @@
 #include "backend/CGIA32.h"
 
 #include <cstring>
+#include <utility>
 
 #include "foundation/KvAssert.h"
 #include "runtime/RuntimeExceptionFoundation.h"
@@ -268,6 +269,8 @@ void CGIA32::PushTacAddr(TacAddr const* addr) {
     if (addr->type.GetMainType() == kTypeString) {
       if (value.text.Length() > 0) MarkImport(Import::kStringIA32, value.text, 1);
       ia32_push_imm32(0);
+    } else if (value.sint32 >= -128 && value.sint32 <= 127) {
+      ia32_push_imm8_se(value.sint32);
     } else {
       ia32_push_imm32(value.sint32);
     }
@@ -282,6 +285,42 @@ void CGIA32::PushTacAddr(TacAddr const* addr) {
     LoadGlobal(addr, 2);
     ia32_push(kModNoDisp, kRMAbsolute, 0);
   }
+}
+
+bool CGIA32::ImmediateValue(TacAddr const* addr, int* value) {
+  if (!addr->IsConstant() || addr->type.GetMainType() == kTypeString || addr->type.IsFloat()) return false;
+  *value = addr->GetValue().sint32;
+  return true;
+}
+
+void CGIA32::ImmediateOperation(void (IA32OpWriter::*byteForm)(int, int, int),
+                                void (IA32OpWriter::*wordForm)(int, int, int), int reg, int imm) {
+  if (imm >= -128 && imm <= 127) (this->*byteForm)(kModRegister, reg, imm);
+  else (this->*wordForm)(kModRegister, reg, imm);
+}
+
+// The registers that held the old value let it go, as in StoreTacAddr; none
+// takes the new one, which a later read loads from memory.
+bool CGIA32::StoreImmediate(int value, TacAddr const* addr) {
+  KV_ASSERT(!addr->IsConstant());
+  if (addr->IsConstant()) return false;
+  bool field = addr->GetStorageClass() != LocalStorage && addr->GetStorageClass() != StaticStorage;
+  if (field && addr->type.GetMainType() == kTypeBoolean) return false;
+  for (RegisterState& state : registers) {
+    if (state.Contains(addr)) state.Clear();
+  }
+  if (addr->GetStorageClass() == LocalStorage) {
+    int d = LocalDisplacement(addr);
+    ia32_mov_imm32(ModDisp(d), kEBP, d, value);
+  } else if (addr->GetStorageClass() == StaticStorage) {
+    LoadGlobal(addr, 2);
+    ia32_mov_imm32(kModNoDisp, kRMAbsolute, 0, value);
+  } else {
+    int base = LoadBase(kSchemeGeneral);
+    int d = FieldDisplacement(addr);
+    ia32_mov_imm32(ModDisp(d), base, d, value);
+  }
+  return true;
 }
 
 // A constant goes through the stack, since the float unit loads only from
@@ -401,7 +440,7 @@ void CGIA32::PatchLocalJump(int field) {
 
 int CGIA32::AlignArgumentBlock(int argumentBytes) {
   int pad = -argumentBytes & (kStackAlignment - 1);
-  if (pad) ia32_sub_imm32(kModRegister, kESP, pad);
+  if (pad) ImmediateOperation(&IA32OpWriter::ia32_sub_imm8_se, &IA32OpWriter::ia32_sub_imm32, kESP, pad);
   return argumentBytes + pad;
 }
 
@@ -458,7 +497,7 @@ void CGIA32::CallSequenceEnd(TacAddr const* result) {
 void CGIA32::CallRuntime(int intrinsic, int blockBytes) {
   MarkImport(Import::kCallIA32, IntrinsicName(intrinsic), 1);
   ia32_call_disp32(0);
-  ia32_add_imm32(kModRegister, kESP, blockBytes);
+  ImmediateOperation(&IA32OpWriter::ia32_add_imm8_se, &IA32OpWriter::ia32_add_imm32, kESP, blockBytes);
   InvalidateRegisters();
 }
 
@@ -566,6 +605,8 @@ void CGIA32::tac_Store(TacLine const& line) {
     PushFloatTacAddr(line.a);
     PopFloatTacAddr(line.c);
   } else {
+    int value;
+    if (ImmediateValue(line.a, &value) && StoreImmediate(value, line.c)) return;
     StoreTacAddr(LoadTacAddr(line.a, kSchemeGeneral), line.c);
   }
 }
@@ -656,19 +697,27 @@ void CGIA32::tac_PokeO(TacLine const& line) { Poke(line, false); }
 // ---------------------------------------------------------------------------
 // Arithmetic
 
-void CGIA32::BinaryInts(TacLine const& line, int* x, int* y) {
-  *x = LoadTacAddr(line.a, kSchemeGeneral);
-  *y = LoadTacAddr(line.b, SchemeExclude(*x, kSchemeGeneral));
-}
-
 void CGIA32::BinaryFloats(TacAddr const* first, TacAddr const* second) {
   PushFloatTacAddr(first);
   PushFloatTacAddr(second);
 }
 
-void CGIA32::IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int)) {
-  int x, y;
-  BinaryInts(line, &x, &y);
+void CGIA32::IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int),
+                               void (IA32OpWriter::*byteForm)(int, int, int),
+                               void (IA32OpWriter::*wordForm)(int, int, int), bool commutative) {
+  TacAddr const* a = line.a;
+  TacAddr const* b = line.b;
+  if (commutative && a->IsConstant() && !b->IsConstant()) std::swap(a, b);
+  int imm;
+  if (byteForm && ImmediateValue(b, &imm)) {
+    int x = LoadTacAddr(a, kSchemeGeneral);
+    Touch(&registers[x]);
+    ImmediateOperation(byteForm, wordForm, x, imm);
+    StoreTacAddr(x, line.c);
+    return;
+  }
+  int x = LoadTacAddr(a, kSchemeGeneral);
+  int y = LoadTacAddr(b, SchemeExclude(x, kSchemeGeneral));
   Touch(&registers[x]);
   (this->*op)(kModRegister, x, y);
   StoreTacAddr(x, line.c);
@@ -680,8 +729,13 @@ void CGIA32::FloatArithmetic(TacLine const& line, void (IA32OpWriter::*op)()) {
   PopFloatTacAddr(line.c);
 }
 
-void CGIA32::tac_AddI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_add); }
-void CGIA32::tac_SubI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_sub); }
+void CGIA32::tac_AddI(TacLine const& line) {
+  IntegerArithmetic(line, &IA32OpWriter::ia32_add, &IA32OpWriter::ia32_add_imm8_se, &IA32OpWriter::ia32_add_imm32,
+                    true);
+}
+void CGIA32::tac_SubI(TacLine const& line) {
+  IntegerArithmetic(line, &IA32OpWriter::ia32_sub, &IA32OpWriter::ia32_sub_imm8_se, &IA32OpWriter::ia32_sub_imm32);
+}
 void CGIA32::tac_MulI(TacLine const& line) { IntegerArithmetic(line, &IA32OpWriter::ia32_imul); }
 void CGIA32::tac_AddD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_faddp); }
 void CGIA32::tac_SubD(TacLine const& line) { FloatArithmetic(line, &IA32OpWriter::ia32_fsubp); }
@@ -697,9 +751,9 @@ void CGIA32::DivideEAX(TacLine const& line, bool remainder) {
   Touch(&registers[kEAX]);
   Touch(&registers[kEDX]);
 
-  ia32_cmp_imm32(kModRegister, y, 0);
+  ia32_cmp_imm8_se(kModRegister, y, 0);
   int byZero = LocalJump(&IA32OpWriter::ia32_je);
-  ia32_cmp_imm32(kModRegister, y, -1);
+  ia32_cmp_imm8_se(kModRegister, y, -1);
   int byMinusOne = LocalJump(&IA32OpWriter::ia32_je);
   ia32_cdq();
   ia32_idiv(kModRegister, y);
@@ -747,11 +801,30 @@ void CGIA32::tac_NegD(TacLine const& line) {
 // ---------------------------------------------------------------------------
 // Comparisons and conversions
 
-void CGIA32::IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int)) {
-  int x, y;
-  BinaryInts(line, &x, &y);
-  int r = AllocateRegister(SchemeExclude(y, SchemeExclude(x, kSchemeByte)));
-  ia32_cmp(kModRegister, x, y);
+int CGIA32::CompareInts(TacLine const& line, bool symmetric, int* y) {
+  TacAddr const* a = line.a;
+  TacAddr const* b = line.b;
+  if (symmetric && a->IsConstant() && !b->IsConstant()) std::swap(a, b);
+  int x = LoadTacAddr(a, kSchemeGeneral);
+  int imm;
+  if (ImmediateValue(b, &imm)) {
+    *y = -1;
+    ImmediateOperation(&IA32OpWriter::ia32_cmp_imm8_se, &IA32OpWriter::ia32_cmp_imm32, x, imm);
+    return x;
+  }
+  *y = LoadTacAddr(b, SchemeExclude(x, kSchemeGeneral));
+  ia32_cmp(kModRegister, x, *y);
+  return x;
+}
+
+// The result register is only chosen after the compare: choosing writes no
+// code, so the flags survive until the set.
+void CGIA32::IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int), bool symmetric) {
+  int y;
+  int x = CompareInts(line, symmetric, &y);
+  int scheme = SchemeExclude(x, kSchemeByte);
+  if (y >= 0) scheme = SchemeExclude(y, scheme);
+  int r = AllocateRegister(scheme);
   (this->*set)(kModRegister, r);
   ia32_and_imm8_se(kModRegister, r, 1);
   StoreTacAddr(r, line.c);
@@ -771,10 +844,10 @@ void CGIA32::FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int,
   StoreTacAddr(r, c);
 }
 
-void CGIA32::tac_EQI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_sete); }
-void CGIA32::tac_NEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setne); }
-void CGIA32::tac_LTI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setl); }
-void CGIA32::tac_LEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setle); }
+void CGIA32::tac_EQI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_sete, true); }
+void CGIA32::tac_NEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setne, true); }
+void CGIA32::tac_LTI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setl, false); }
+void CGIA32::tac_LEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setle, false); }
 
 // Equal and ordered: C3 alone of C3 and C2.
 void CGIA32::tac_EQD(TacLine const& line) {
@@ -855,16 +928,15 @@ void CGIA32::tac_Label(TacLine const& line) {
 
 void CGIA32::tac_Jump(TacLine const& line) { ia32_jmp(FindLabel(line.c->GetValue().sint32, 1)); }
 
-void CGIA32::IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int)) {
-  int x, y;
-  BinaryInts(line, &x, &y);
-  ia32_cmp(kModRegister, x, y);
+void CGIA32::IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), bool symmetric) {
+  int y;
+  CompareInts(line, symmetric, &y);
   (this->*jump)(FindLabel(line.c->GetValue().sint32, 2));
 }
 
-void CGIA32::tac_IfEQI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_je); }
-void CGIA32::tac_IfNEI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jne); }
-void CGIA32::tac_IfLTI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jl); }
+void CGIA32::tac_IfEQI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_je, true); }
+void CGIA32::tac_IfNEI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jne, true); }
+void CGIA32::tac_IfLTI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jl, false); }
 
 // ---------------------------------------------------------------------------
 // Reference counts
@@ -891,14 +963,23 @@ void CGIA32::tac_Lock(TacLine const& line) {
   CallRuntime(call, block);
 }
 
+// Many variables a scope lets go of still hold nil, and unlocking nil
+// changes nothing: the test is made inline and the call stepped over.
+// Where the skipping and the calling paths meet, nothing is known of the
+// registers, as at a label.
 void CGIA32::tac_Unlock(TacLine const& line) {
   int call = PickByCountedType(line.a, kIntrinsicRuntimeUnlockString, kIntrinsicRuntimeUnlockObject,
                                kIntrinsicRuntimeUnlockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  int r = LoadTacAddr(line.a, kSchemeGeneral);
+  ia32_test(kModRegister, r, r);
+  int skip = LocalJump(&IA32OpWriter::ia32_je);
   int block = AlignArgumentBlock(4);
-  PushTacAddr(line.a);
+  ia32_push(r);
   CallRuntime(call, block);
+  PatchLocalJump(skip);
+  InvalidateRegisters();
   StoreZero(line.a);
 }
 
@@ -907,10 +988,18 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
                                kIntrinsicRuntimeLockUnlockArrays);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  // The library does nothing when the new value is the old one, two nils
+  // included, so that case is told apart inline, as in tac_Unlock.
+  int x = LoadTacAddr(line.a, kSchemeGeneral);
+  int y = LoadTacAddr(line.b, SchemeExclude(x, kSchemeGeneral));
+  ia32_cmp(kModRegister, x, y);
+  int skip = LocalJump(&IA32OpWriter::ia32_je);
   int block = AlignArgumentBlock(8);
-  PushTacAddr(line.b);
-  PushTacAddr(line.a);
+  ia32_push(y);
+  ia32_push(x);
   CallRuntime(call, block);
+  PatchLocalJump(skip);
+  InvalidateRegisters();
   StoreZero(line.b);
 }
 

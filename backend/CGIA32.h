@@ -175,6 +175,15 @@ public:
   // Writes `reg` through to the variable and lists it in `reg` alone.
   void StoreTacAddr(int reg, TacAddr const* addr);
   void PushTacAddr(TacAddr const* addr);
+  // The value of an operand that an instruction can carry as its immediate:
+  // a constant of any type but String and the floats.
+  static bool ImmediateValue(TacAddr const* addr, int* value);
+  // op reg, imm in the sign-extended byte form where the value fits.
+  void ImmediateOperation(void (IA32OpWriter::*byteForm)(int, int, int),
+                          void (IA32OpWriter::*wordForm)(int, int, int), int reg, int imm);
+  // Writes an immediate straight to the variable, with no register; false,
+  // writing nothing, where only a register can (a Boolean field's byte).
+  bool StoreImmediate(int value, TacAddr const* addr);
   void PushFloatTacAddr(TacAddr const* addr);
   void PopFloatTacAddr(TacAddr const* addr);
   // Where a variable lives; a global's address is put into a register.
@@ -218,13 +227,20 @@ private:
   int LocalJump(void (IA32OpWriter::*writer)(int));
   void PatchLocalJump(int field);
 
-  void BinaryInts(TacLine const& line, int* x, int* y);
   void BinaryFloats(TacAddr const* first, TacAddr const* second);
-  void IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int));
+  // `op` is the register form, the two others the immediate forms of the
+  // same operation, used when one side is constant; a commutative one takes
+  // the constant on either side.
+  void IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int),
+                         void (IA32OpWriter::*byteForm)(int, int, int) = nullptr,
+                         void (IA32OpWriter::*wordForm)(int, int, int) = nullptr, bool commutative = false);
+  // cmp x, y, or cmp x, imm when `b` is constant (or, for a symmetric test,
+  // `a`); the register that holds the other side.
+  int CompareInts(TacLine const& line, bool symmetric, int* y);
   void FloatArithmetic(TacLine const& line, void (IA32OpWriter::*op)());
-  void IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int));
+  void IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int), bool symmetric);
   void FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int, int), TacAddr const* c);
-  void IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int));
+  void IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), bool symmetric);
   // The quotient lands in eax, the remainder in edx.
   void DivideEAX(TacLine const& line, bool remainder);
   void Peek(TacLine const& line, bool byteLoad);

@@ -45,10 +45,11 @@ IntOp const kIntOps[] = {
 };
 
 int32_t const kIntValues[] = {0, 1, -1, 2, -2, 7, -7, 3, 100000, -65536, INT_MAX, INT_MIN};
-int32_t const kConstants[] = {0, -1, 5, INT_MIN};
+// Both ends of the sign-extended byte and just past them.
+int32_t const kConstants[] = {0, -1, 5, 127, 128, -128, -129, INT_MIN};
 
-// Three shapes per operation: two parameters; a parameter with a constant;
-// the same variable on both sides. And negation.
+// Four shapes per operation: two parameters; a parameter with a constant,
+// on either side; the same variable on both sides. And negation.
 class IntegerOps : public ::testing::Test {
 protected:
   void SetUp() override {
@@ -67,6 +68,13 @@ protected:
         auto q = program.Params({{"a", kTypeInteger}});
         TacAddr const* r = program.Local("r", result);
         program.Add(op.op, q[0], program.Int(k), r);
+        program.Return(r);
+
+        name = std::string("j_") + op.name + std::to_string(k);
+        program.Function(name.c_str());
+        q = program.Params({{"b", kTypeInteger}});
+        r = program.Local("r", result);
+        program.Add(op.op, program.Int(k), q[0], r);
         program.Return(r);
       }
 
@@ -106,6 +114,8 @@ TEST_F(IntegerOps, ConstantOperandsTheSameVariableTwiceAndNegation) {
       IntFn fn = image->Entry<IntFn>((std::string("k_") + op.name + std::to_string(k)).c_str());
       ASSERT_NE(fn, nullptr);
       for (int32_t a : kIntValues) EXPECT_EQ(fn(a), op.reference(a, k)) << a << " " << op.name << " " << k;
+      fn = image->Entry<IntFn>((std::string("j_") + op.name + std::to_string(k)).c_str());
+      for (int32_t b : kIntValues) EXPECT_EQ(fn(b), op.reference(k, b)) << k << " " << op.name << " " << b;
     }
     IntFn same = image->Entry<IntFn>((std::string("s_") + op.name).c_str());
     for (int32_t a : kIntValues) EXPECT_EQ(same(a), op.reference(a, a)) << a << " " << op.name;

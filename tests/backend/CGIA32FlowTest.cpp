@@ -423,6 +423,57 @@ TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
   EXPECT_EQ(image.Uses(""), 0);
 }
 
+// Unlocking nil and swapping a value for itself change no count, so those
+// calls are stepped over; the calls still made find the stack on the boundary.
+int gMisalignedCounts;
+void NoteAligned(char const* what, void* frame, void* a, void* b = nullptr) {
+  gMisalignedCounts += ((uintptr_t)frame + 8) % 16 != 0;
+  Note(what, a, b);
+}
+
+TEST(Locks, NilUnlocksAndSameValueSwapsMakeNoCall) {
+  TacProgram program;
+  program.Function("release");
+  auto p = program.Params({{"s", kTypeString}, {"o", kTypeObject}, {"a", kTypeArray}, {"x", kTypeString}, {"y", kTypeString}});
+  TacAddr const* sum = program.Local("sum", kTypeInteger);
+  program.Add(tac_Unlock, p[0]);
+  program.Add(tac_Unlock, p[1]);
+  program.Add(tac_Unlock, p[2]);
+  program.Add(tac_SwapLocks, p[3], p[4]);
+  program.Add(tac_AddI, p[0], p[1], sum);
+  program.Add(tac_AddI, sum, p[2], sum);
+  program.Add(tac_AddI, sum, p[4], sum);
+  program.Return(sum);
+  std::map<int, char const*> names = {{kIntrinsicRuntimeUnlockString, "US"}, {kIntrinsicRuntimeUnlockObject, "UO"},
+                                      {kIntrinsicRuntimeUnlockArray, "UA"}, {kIntrinsicRuntimeLockUnlockStrings, "SS"}};
+  void (*us)(void*) = [](void* a) { NoteAligned("US", __builtin_frame_address(0), a); };
+  void (*uo)(void*) = [](void* a) { NoteAligned("UO", __builtin_frame_address(0), a); };
+  void (*ua)(void*) = [](void* a) { NoteAligned("UA", __builtin_frame_address(0), a); };
+  void (*ss)(void*, void*) = [](void* a, void* b) { NoteAligned("SS", __builtin_frame_address(0), a, b); };
+  LinkedModule image(GenerateIA32(program, nullptr, TestIntrinsicNames(names)),
+                     {{"US", (void*)us}, {"UO", (void*)uo}, {"UA", (void*)ua}, {"SS", (void*)ss}});
+  ASSERT_TRUE(image);
+  auto fn = image.Entry<int (*)(int*, int*, int*, int*, int*)>("release");
+  int s = 0, o = 0, a = 0, x = 0, y = 0;
+  struct {
+    int *s, *o, *a, *x, *y;
+    std::vector<std::string> calls;
+  } const cases[] = {
+      {nullptr, nullptr, nullptr, nullptr, nullptr, {}},
+      {&s, &o, &a, &x, &y, {Noted("US", &s), Noted("UO", &o), Noted("UA", &a), Noted("SS", &x, &y)}},
+      {nullptr, &o, nullptr, &x, &x, {Noted("UO", &o)}},
+      {&s, nullptr, &a, &x, nullptr, {Noted("US", &s), Noted("UA", &a), Noted("SS", &x, nullptr)}},
+      {nullptr, nullptr, nullptr, nullptr, &y, {Noted("SS", nullptr, &y)}},
+  };
+  for (auto const& c : cases) {
+    gLockCalls.clear();
+    gMisalignedCounts = 0;
+    EXPECT_EQ(fn(c.s, c.o, c.a, c.x, c.y), 0);  // each cleared, nil or not
+    EXPECT_EQ(gLockCalls, c.calls);
+    EXPECT_EQ(gMisalignedCounts, 0);
+  }
+}
+
 // ---------------------------------------------------------------------------
 // The frame
 

@@ -86,6 +86,35 @@ TEST(Memory, ObjectFieldsGoThroughTheBaseReference) {
   EXPECT_EQ(object.flag, 0x7A7B7C00);
 }
 
+// Constants go straight into variables of every kind, a Boolean field still
+// one byte, and a register that held the old value forgets it.
+TEST(Memory, ConstantsAreStoredWithNoRegisterBetween) {
+  TacProgram program;
+  program.Function("constants");
+  auto p = program.Params({{"me", kTypeObject}});
+  TacAddr const* count = program.Field("T.count", kTypeInteger, offsetof(TestObject, count) - kFieldBase);
+  TacAddr const* flag = program.Field("T.flag", kTypeBoolean, offsetof(TestObject, flag) - kFieldBase);
+  TacAddr const* g = program.Global("g", kTypeInteger);
+  TacAddr const* r = program.Local("r", kTypeInteger);
+  program.Add(tac_Baseref, p[0], program.Int(kFieldBase));
+  program.Add(tac_Store, program.Int(-129), nullptr, g);
+  program.Add(tac_Store, program.Int(128), nullptr, count);
+  program.Add(tac_Store, program.Bool(true), nullptr, flag);
+  program.Add(tac_Store, program.Int(127), nullptr, r);
+  program.Add(tac_AddI, r, g, r);  // -2, left in a register
+  program.Add(tac_Store, program.Int(1000), nullptr, r);
+  program.Add(tac_AddI, r, count, r);
+  program.Return(r);
+
+  LinkedModule image(GenerateIA32(program));
+  ASSERT_TRUE(image);
+  TestObject object = {{-1, -1}, 0, 0.0, 0x7A7B7C00, 0};
+  EXPECT_EQ(image.Entry<int (*)(TestObject*)>("constants")(&object), 1128);
+  EXPECT_EQ(*(int32_t*)image.Address("g"), -129);
+  EXPECT_EQ(object.count, 128);
+  EXPECT_EQ(object.flag, 0x7A7B7C01);
+}
+
 TEST(Memory, AddressesOfLocalsAndGlobals) {
   TacProgram program;
   program.Function("addresses");
