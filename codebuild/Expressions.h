@@ -2,8 +2,9 @@
 // operators (New, Is, IsA, Self, Me, Super, Class). Every routine takes null
 // handles, which arrive after an error was reported.
 //
-// Until expression building lands, the operator routines hand back the
-// placeholders of codebuild/Placeholders.h; the literal routines are final.
+// The operators check types and fold when both operands are constants; any
+// other operands still get the placeholders of codebuild/Placeholders.h
+// until code emission lands with name lookup. The literal routines are final.
 #pragma once
 
 #include "foundation/Ref.h"
@@ -26,6 +27,18 @@ constexpr unsigned long kOpLessEqual = 0x3C3D;
 constexpr unsigned long kOpNotEqual = 0x213D;
 
 Ref<SemBase> CompileBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right);
+// The type in which operands of types `a` and `b` meet for an operator (and
+// the elements of an array literal); the null type if there is none.
+IRDataType ComputeCommonType(IRDataType a, IRDataType b);
+// The folded value of two constants meeting in `common`, located at `loc`;
+// a null handle where the pair is not folded: an operator the type lacks, or
+// a division the processor would trap on, which is left to run time.
+Ref<SemBase> ConstantBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right, IRDataType common,
+                           SourceLocation loc);
+// Unary minus of a constant Integer, Single or Double; reports
+// IllegalOperandType for any other type and gives a null handle then, or
+// when `value` is no constant.
+Ref<SemBase> ConstantNegation(Ref<SemBase> value);
 // Short-circuit And, Or.
 Ref<SemBase> CompileAnd(Ref<SemBase> left, Ref<SemBase> right);
 Ref<SemBase> CompileOr(Ref<SemBase> left, Ref<SemBase> right);
