@@ -8,7 +8,9 @@
 // names and calls is an assignment at its first `=` outside parentheses.
 #include "frontend/Lexer.h"
 
-#include <cmath>
+#include <locale.h>
+#include <stdlib.h>
+
 #include <cstring>
 
 #include "ir/ThreeAddressCode.h"
@@ -263,58 +265,72 @@ inline void KeepDigit(int& kept, int c) {
   if (kept < kTokenBufferSize - 1) tokenbuf[kept++] = (char)c;
 }
 
-// Adds the digits of a fraction to `d`; the point has been taken.
-int Fraction(double& d, int& kept) {
-  double f = 0.1;
+// Takes the digits of a fraction; the point has been taken.
+int Fraction(int& kept) {
   int c = nextchar();
   while (Is(c, kDigit)) {
     KeepDigit(kept, c);
-    d += (c - '0') * f;
-    f /= 10.0;
     c = nextchar();
   }
   return c;
 }
 
+// The correctly rounded double of the literal's text line[start, end), read
+// in the "C" locale whatever the host set. The text is copied out so that
+// strtod cannot read past the literal (it would take "0x1p3" as hex).
+// Out of range it gives an infinity or a (denormal) zero, as IEEE rounding
+// does. A literal longer than the stack buffer is rare enough for the heap.
+double LiteralDouble(uint32_t start, uint32_t end) {
+  // Made once; without memory for it the host's locale has to do.
+  static locale_t const sCLocale = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+  uint32_t n = end - start;
+  char small[128];
+  char* text = n < sizeof(small) ? small : (char*)malloc(n + 1);
+  if (!text) return 0;
+  memcpy(text, line + start, n);
+  text[n] = 0;
+  double d = sCLocale ? strtod_l(text, nullptr, sCLocale) : strtod(text, nullptr);
+  if (text != small) free(text);
+  return d;
+}
+
 int Number(int c) {
   ClearAssignAtDepth0();
-  double d = 0;
+  uint32_t start = sState.position - 1;
   uint32_t i = 0;  // wraps, as the literal's low 32 bits
   int kept = 0;
   bool floating = false;
+  bool big = false;  // past the Integer range, so a Double
   while (Is(c, kDigit)) {
     KeepDigit(kept, c);
-    d = d * 10.0 + (c - '0');
+    big = big || i > 214748364u || (i == 214748364u && c > '7');
     i = i * 10 + (uint32_t)(c - '0');
     c = nextchar();
   }
   if (c == '.') {
     floating = true;
     KeepDigit(kept, c);
-    c = Fraction(d, kept);
+    c = Fraction(kept);
   }
+  // An exponent without digits ("1e", "1e+") is taken and counts as 0.
   if (c == 'e' || c == 'E') {
     floating = true;
     KeepDigit(kept, c);
     c = nextchar();
-    double sign = 1.0;
     if (c == '+' || c == '-') {
       KeepDigit(kept, c);
-      if (c == '-') sign = -1.0;
       c = nextchar();
     }
-    double x = 0;
     while (Is(c, kDigit)) {
       KeepDigit(kept, c);
-      x = x * 10.0 + (c - '0');
       c = nextchar();
     }
-    d *= pow(10.0, sign * x);
   }
   putback(c);
   tokenbuf[kept] = 0;
   EndToken();
-  if (floating || d > 2147483647.0) {
+  if (floating || big) {
+    double d = LiteralDouble(start, sState.position);
     SetLiteralValue(CurrentTLP()->GetLiteral(IRValue::Real64(d), IRDataType(kTypeDouble)));
     return kTokenFLOAT_LIT;
   }
@@ -398,10 +414,11 @@ int Dot() {
     tokenbuf[0] = '0';
     tokenbuf[1] = '.';
     int kept = 2;
-    double d = 0;
-    putback(Fraction(d, kept));
+    uint32_t start = sState.position - 1;  // the point
+    putback(Fraction(kept));
     tokenbuf[kept] = 0;
     EndToken();
+    double d = LiteralDouble(start, sState.position);
     SetLiteralValue(CurrentTLP()->GetLiteral(IRValue::Real64(d), IRDataType(kTypeDouble)));
     return kTokenFLOAT_LIT;
   }
