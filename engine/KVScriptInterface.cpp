@@ -107,9 +107,12 @@ void KVScriptInterface::SetSource(char const* text, unsigned long length) {
     return;
   }
   if (length > 0) memcpy(copy, text, length);
-  // The lexer relies on every line, the last one included, ending in a line feed.
-  copy[length] = '\n';
-  copy[length + 1] = 0;
+  // The lexer relies on every line, the last one included, ending in a line
+  // feed. A text that ends in one keeps its line count; after a bare CR the
+  // feed makes a CR LF of it.
+  unsigned long end = length;
+  if (length == 0 || copy[length - 1] != '\n') copy[end++] = '\n';
+  copy[end] = 0;
   mSource = copy;
   // The lexer would take a NUL for the end and drop the rest unread.
   if (auto const* nul = static_cast<char const*>(memchr(copy, 0, length))) {

@@ -339,7 +339,8 @@ int Number(int c) {
 }
 
 // "text" with "" for a quote. Ended by a line break or the end of the text
-// it is a bad string, and its line break is swallowed uncounted.
+// it is a bad string, and its line break is swallowed uncounted, unless the
+// break ends the text: the statement still needs its end of line there.
 int QuotedString() {
   ClearAssignAtDepth0();
   uint32_t start = sState.position;
@@ -367,7 +368,7 @@ int QuotedString() {
       if (line[q] == '"') ++q;
     }
   }
-  sState.position = c ? p + 1 : p;
+  sState.position = c && (c == '"' || line[p + 1]) ? p + 1 : p;
   EndToken();
   SetStringValue(text);
   return c == '"' ? kTokenSTR_LIT : kTokenBAD_STR_LIT;
@@ -502,7 +503,18 @@ int read_next_token(int c) {
     if (next == '/') return Comment();
     putback(next);
   }
-  if (c == 0) return kEndOfText;
+  if (c == 0) {
+    // The end of the text stands on its last line: the line of its last
+    // byte, so a line break that ends the text belongs to the line it ends
+    // and opens no line of its own (as a file of three lines ends in three
+    // line breaks). An empty text is all on the first line.
+    uint32_t end = sState.position;
+    if (end > 0 && (line[end - 1] == '\n' || line[end - 1] == '\r') && sState.lineCounter > 0) {
+      sState.tokenLine = sState.lineCounter - 1;
+      sLocation = SourceLocation(sState.tokenLine, 0, sState.tokenLine, 0);
+    }
+    return kEndOfText;
+  }
   if (Is(c, kNameStart)) return Name(c);
   if (Is(c, kDigit)) return Number(c);
   switch (c) {

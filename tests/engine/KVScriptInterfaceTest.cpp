@@ -91,7 +91,8 @@ TEST(KVScriptInterface, SetSourceCopiesLengthBytesThenLineFeedAndNul) {
       {"plain", "Print 1", 7, {'P', 'r', 'i', 'n', 't', ' ', '1', '\n', 0}},
       {"shorter than the text", "abcdef", 3, {'a', 'b', 'c', '\n', 0}},
       {"keeps a NUL, which no compile reads", kEmbeddedNul, 5, {'a', 'b', 0, 'c', 'd', '\n', 0}},
-      {"already ends in a line feed", "x\n", 2, {'x', '\n', '\n', 0}},
+      {"already ends in a line feed", "x\n", 2, {'x', '\n', 0}},
+      {"ends in a bare CR", "x\r", 2, {'x', '\r', '\n', 0}},
   };
   for (SourceCase const& c : cases) {
     SCOPED_TRACE(c.name);

@@ -339,7 +339,7 @@ TEST_F(TwoScripts, ACompileInsideAnotherLeavesTheOuterOneAsItWas) {
   EXPECT_EQ(nullptr, gContext);
   EXPECT_EQ(nullptr, EngineOf(a)->Code());
   // The text set during the compile is the one compiled next.
-  EXPECT_STREQ("Dim w As Integer\n\n", EngineOf(a)->Source());
+  EXPECT_STREQ("Dim w As Integer\n", EngineOf(a)->Source());
   ASSERT_TRUE(StandInCallMethod(a, "Precompile"));
   EXPECT_NE(nullptr, EngineOf(a)->Code());
   EXPECT_EQ(3u, sReports.size());

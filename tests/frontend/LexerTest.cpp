@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "frontend/LexerFixture.h"
 
@@ -115,6 +116,7 @@ TEST_F(LexerStream, StringLiterals) {
       {"\"abc", "bad:abc"},
       {"\"ab\"\"", "bad:ab\""},
       {"\"abc\r\n1", "bad:abc NL int:1"},
+      {"\"abc\n", "bad:abc NL"},
       // Escaped strings.
       {"\\\"a\\tb\"", "str:a\\x09b"},
       {"\\\"q\\\"q\"", "str:q\"q"},
@@ -220,6 +222,21 @@ TEST_F(CompilationFixture, EndOfTextRepeats) {
   InitLexer(nullptr);
   EXPECT_EQ(GetToken(), kEndOfText);
   EXPECT_EQ(total_lines(), 0);
+}
+
+// The end of the text stands on the line of its last byte: a final line
+// break opens no line of its own.
+TEST_F(CompilationFixture, EndOfTextIsOnTheLastLine) {
+  const std::pair<char const*, int> kCases[] = {
+      {"", 0}, {"a", 0}, {"a\n", 0}, {"a\r\n", 0}, {"a\r", 0}, {"a\nb", 1}, {"a\n\n", 1}, {"a\n\r\n", 1},
+  };
+  for (auto const& c : kCases) {
+    InitLexer(c.first);
+    while (GetToken() != kEndOfText) {
+    }
+    EXPECT_EQ(current_line(), c.second) << c.first;
+    EXPECT_EQ(CurrentTokenLocation().startLine, c.second) << c.first;
+  }
 }
 
 TEST_F(CompilationFixture, ContinuationCountsItsLine) {

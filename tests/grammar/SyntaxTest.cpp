@@ -172,7 +172,7 @@ const RejectCase kRejected[] = {
     {"x = a...b\n", 0},
     {"Dim Of As Integer\n", 0},
     {"Sub f()\nx = 1\nEnd Function\n", 2},
-    {"While a\nx = 1\n", 2},
+    {"While a\nx = 1\n", 1},
     {"#pragma\n", 0},
     {"#foo\n", 0},
     {"#pragma Debug\nSub f()\nEnd Sub\n", 1},
