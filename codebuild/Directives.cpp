@@ -1,6 +1,7 @@
 #include "codebuild/Directives.h"
 
 #include "diag/CompileError.h"
+#include "foundation/KvAssert.h"
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 
@@ -48,16 +49,17 @@ static bool UsableCondition(Ref<SemBase> condition) {
   return true;
 }
 
-// An unusable condition leaves the block without an entry in
-// conditionalTaken, and its lines are compiled.
+// conditionalTaken holds one entry per open block, so that #elseif and
+// #endif address their own block however deep it stands: whether one of its
+// branches has been compiled. An unusable condition is reported and counts
+// as true, so its lines are compiled and a later #elseif is skipped.
 Ref<SemBase> CompileConditionalIf(Ref<SemBase> condition) {
   if (!gContext) return Ref<SemBase>();
   ++gContext->conditionalDepth;
   // The condition starts on the line of its `#if`; the lexer may stand on
   // the next line by now.
   gContext->conditionalLines.push_back(condition ? condition->Location().startLine : current_line());
-  if (!UsableCondition(condition)) return Ref<SemBase>();
-  bool taken = condition->GetValue().sint32 != 0;
+  bool taken = !UsableCondition(condition) || condition->GetValue().sint32 != 0;
   gContext->conditionalTaken.push_back(taken);
   if (!taken) SkipConditionallyCompiledLines(false);
   return Ref<SemBase>();
@@ -69,13 +71,15 @@ Ref<SemBase> CompileConditionalElseIf(Ref<SemBase> condition) {
     Error(ConditionalElseWithoutIf);
     return Ref<SemBase>();
   }
-  if (!UsableCondition(condition)) return Ref<SemBase>();
+  bool usable = UsableCondition(condition);
   SimpleVector<bool>& taken = gContext->conditionalTaken;
-  if (taken.size() > 0 && taken.peek_back()) {
+  unsigned long at = (unsigned long)gContext->conditionalDepth - 1;
+  KV_ASSERT(at < taken.size());
+  if (at >= taken.size()) return Ref<SemBase>();
+  if (taken[at]) {
     SkipConditionallyCompiledLines(true);
-  } else if (condition->GetValue().sint32 != 0) {
-    unsigned long at = (unsigned long)gContext->conditionalDepth - 1;
-    if (at < taken.size()) taken[at] = true;
+  } else if (!usable || condition->GetValue().sint32 != 0) {
+    taken[at] = true;
   } else {
     SkipConditionallyCompiledLines(false);
   }
@@ -96,12 +100,12 @@ Ref<SemBase> CompileConditionalElse() {
 
 Ref<SemBase> CompileConditionalEndIf() {
   if (!gContext) return Ref<SemBase>();
-  if (gContext->conditionalTaken.size() > 0) gContext->conditionalTaken.pop_back();
   if (gContext->conditionalDepth < 1) {
     Error(ConditionalEndIfWithoutIf);
     return Ref<SemBase>();
   }
   --gContext->conditionalDepth;
+  if (gContext->conditionalTaken.size() > 0) gContext->conditionalTaken.pop_back();
   if (gContext->conditionalLines.size() > 0) gContext->conditionalLines.pop_back();
   return Ref<SemBase>();
 }
