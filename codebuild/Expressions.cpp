@@ -236,34 +236,37 @@ Ref<SemBase> ConstantBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> rig
   }
 }
 
+namespace {
+
+// The value with its sign bit flipped: unlike 0 - x, this gives -0.0 for
+// 0.0 and keeps a NaN's payload, as the processor's fchs does.
+template <class Float, class Bits>
+Float FlippedSign(Float value) {
+  static_assert(sizeof(Float) == sizeof(Bits));
+  Bits bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  bits ^= Bits(1) << (sizeof(Bits) * 8 - 1);
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+}  // namespace
+
 Ref<SemBase> ConstantNegation(Ref<SemBase> value) {
   if (!value || !value->IsConstant()) return Ref<SemBase>();
   IRValue v = value->GetValue();
   TacAddr const* addr = nullptr;
-  // Floats flip the sign bit, so that -0.0 exists and a NaN keeps its payload.
   switch (value->GetType().GetMainType()) {
     case kTypeInteger:
       addr = CurrentTLP()->GetLiteral(IRValue::SInt32(static_cast<int32_t>(0u - static_cast<uint32_t>(v.sint32))),
                                       IRDataType(kTypeInteger));
       break;
-    case kTypeSingle: {
-      uint32_t bits;
-      std::memcpy(&bits, &v.real32, sizeof bits);
-      bits ^= 0x80000000u;
-      float negated;
-      std::memcpy(&negated, &bits, sizeof negated);
-      addr = CurrentTLP()->GetLiteral(IRValue::Real32(negated), IRDataType(kTypeSingle));
+    case kTypeSingle:
+      addr = CurrentTLP()->GetLiteral(IRValue::Real32(FlippedSign<float, uint32_t>(v.real32)), IRDataType(kTypeSingle));
       break;
-    }
-    case kTypeDouble: {
-      uint64_t bits;
-      std::memcpy(&bits, &v.real64, sizeof bits);
-      bits ^= 0x8000000000000000ull;
-      double negated;
-      std::memcpy(&negated, &bits, sizeof negated);
-      addr = CurrentTLP()->GetLiteral(IRValue::Real64(negated), IRDataType(kTypeDouble));
+    case kTypeDouble:
+      addr = CurrentTLP()->GetLiteral(IRValue::Real64(FlippedSign<double, uint64_t>(v.real64)), IRDataType(kTypeDouble));
       break;
-    }
     default:
       Error(IllegalOperandType, value->Location());
       return Ref<SemBase>();
