@@ -7,6 +7,7 @@
 
 #include "codebuild/Placeholders.h"
 #include "diag/CompileError.h"
+#include "ir/DataTypes.h"
 #include "frontend/Lexer.h"
 
 // Operands that are both constants are type-checked and folded here. Any
@@ -16,14 +17,6 @@
 // operators.
 
 namespace {
-
-// The processor's truncation, which the run time's conversion follows too: a
-// NaN or a double outside the 32-bit range becomes 0x80000000. A folded
-// value must equal what the same expression gives at run time.
-int32_t TruncateToInt32(double x) {
-  if (!(x > -2147483649.0 && x < 2147483648.0)) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(x);
-}
 
 bool IsComparison(unsigned long op) {
   return op == kOpEqual || op == kOpNotEqual || op == kOpLess || op == kOpGreater || op == kOpLessEqual ||

@@ -74,14 +74,6 @@ bool IsScopeWord(int token) {
   return token == kTokenPublic || token == kTokenProtected || token == kTokenPrivate;
 }
 
-// A float's conversion to int32 is undefined out of range; clamp first.
-int32_t TruncateToInt32(double d) {
-  if (!(d == d)) return 0;
-  if (d >= 2147483647.0) return INT32_MAX;
-  if (d <= -2147483648.0) return INT32_MIN;
-  return (int32_t)d;
-}
-
 int32_t NegateWrapping(int32_t v) { return (int32_t)(0u - (uint32_t)v); }
 
 IRDataType SelfType(ClassDeclaration* cls) { return IRDataType(cls->GetName()); }

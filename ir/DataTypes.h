@@ -16,6 +16,15 @@
 
 #include "foundation/String.h"
 
+// A Double's conversion to Integer as the processor's truncation gives it: a
+// NaN or a value outside the 32-bit range becomes the "integer indefinite"
+// 0x80000000. The run time converts so, and a conversion folded at compile
+// time must give what the same conversion gives at run time.
+inline int32_t TruncateToInt32(double x) {
+  if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
+  return static_cast<int32_t>(x);
+}
+
 // The numbers are fixed: other parts of the compiler and the tables that
 // describe the script library compare against them, so gaps stay gaps.
 enum SimpleDataType : int32_t {

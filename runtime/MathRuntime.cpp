@@ -4,6 +4,8 @@
 #include <ctime>
 #include <limits>
 
+#include "ir/DataTypes.h"
+
 int32_t lSeed = 0;
 
 namespace {
@@ -22,13 +24,6 @@ constexpr int kClockSeedWarmUp = 7;
 // rnd() keeps the low 20 bits of the generator's value.
 constexpr int32_t kRandomFractionMask = 0xFFFFF;
 constexpr double kRandomFractionScale = 1048576.0;
-
-// What the processor's own truncation gives: a double outside the 32-bit
-// range, or a NaN, becomes the "integer indefinite" 0x80000000.
-int32_t TruncateToInt32(double x) {
-  if (!(x > -2147483649.0 && x < 2147483648.0)) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(x);
-}
 
 void SeedFromClock() {
   int64_t now = static_cast<int64_t>(std::time(nullptr));

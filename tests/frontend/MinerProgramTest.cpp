@@ -116,7 +116,8 @@ TEST_F(MinerProgram, ParametersCarryModesDefaultsAndShapes) {
       "Sub R(Extends x As String, Assigns v As Integer)\nEnd Sub\n"
       "Function Grid() As Integer(,)\nEnd Function\n"
       "Sub S(__Selector As Integer = 3)\nEnd Sub\n"
-      "Sub T(flag As Boolean = True, tint As Color = &c00FF00, o As Object = Nil, big As Integer = 3.9)\nEnd Sub\n");
+      "Sub T(flag As Boolean = True, tint As Color = &c00FF00, o As Object = Nil, big As Integer = 3.9)\nEnd Sub\n"
+      "Sub U(huge As Integer = 1e10)\nEnd Sub\n");
   EXPECT_FALSE(mFailed);
   FunctionDeclaration* p = Method(m, "P%%&AisdAi");
   ASSERT_TRUE(p && p->CountParameters() == 4);
@@ -139,6 +140,9 @@ TEST_F(MinerProgram, ParametersCarryModesDefaultsAndShapes) {
   EXPECT_EQ(t->GetParameter(1)->GetDefaultValue().sint32, 0x00FF00);
   EXPECT_EQ(t->GetParameter(2)->GetMode(), PD::kParamOptional);
   EXPECT_EQ(t->GetParameter(3)->GetDefaultValue().sint32, 3) << "a float default of an Integer is truncated";
+  FunctionDeclaration* u = Method(m, "U%%i");
+  ASSERT_NE(u, nullptr);
+  EXPECT_EQ(u->GetParameter(0)->GetDefaultValue().sint32, INT32_MIN) << "out of range truncates as at run time";
 }
 
 TEST_F(MinerProgram, DeclaresAndPropertiesOfOneClause) {
