@@ -955,7 +955,8 @@ void CGIA32::StoreZero(TacAddr const* addr) {
 }
 
 void CGIA32::tac_Lock(TacLine const& line) {
-  int call = PickByCountedType(line.a, kIntrinsicRuntimeLockString, kIntrinsicRuntimeLockObject, kIntrinsicRuntimeLockArray);
+  int call = PickByCountedType(line.a, kIntrinsicRuntimeLockString, kIntrinsicRuntimeLockObject,
+                               kIntrinsicRuntimeLockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
   int block = AlignArgumentBlock(4);

@@ -255,10 +255,12 @@ Ref<SemBase> ConstantNegation(Ref<SemBase> value) {
                                       IRDataType(kTypeInteger));
       break;
     case kTypeSingle:
-      addr = CurrentTLP()->GetLiteral(IRValue::Real32(FlippedSign<float, uint32_t>(v.real32)), IRDataType(kTypeSingle));
+      addr = CurrentTLP()->GetLiteral(IRValue::Real32(FlippedSign<float, uint32_t>(v.real32)),
+                                      IRDataType(kTypeSingle));
       break;
     case kTypeDouble:
-      addr = CurrentTLP()->GetLiteral(IRValue::Real64(FlippedSign<double, uint64_t>(v.real64)), IRDataType(kTypeDouble));
+      addr = CurrentTLP()->GetLiteral(IRValue::Real64(FlippedSign<double, uint64_t>(v.real64)),
+                                      IRDataType(kTypeDouble));
       break;
     default:
       Error(IllegalOperandType, value->Location());
