@@ -99,10 +99,14 @@ private:
     head = e;
   }
 
+  // The new array is made before the old one goes: when memory runs out,
+  // the compile's out-of-memory report unwinds through this map, which must
+  // still be whole for its destructor.
   void Grow() {
     uint32_t bins = mBins ? (mMask + 1) * 2 : kFirstBins;
+    Entry** grown = new Entry*[bins]();
     delete[] mBins;
-    mBins = new Entry*[bins]();
+    mBins = grown;
     mMask = bins - 1;
     for (Entry* e = mFirst; e; e = e->orderNext) Chain(e);
   }
