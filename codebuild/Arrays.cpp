@@ -8,9 +8,9 @@ Ref<SemBase> UnsizedArrayBound() { return SemValue::New(CurrentTLP()->GetLiteral
 // Array building has not landed: these return placeholders.
 
 Ref<SemBase> CompileRedim(Ref<SemBase> array, Ref<SemBase> bounds) {
-  return TraceRoutine("CompileRedim", PlaceholderStatement(), {array, bounds});
+  return PendingRoutine("CompileRedim", "Redim", nullptr, PlaceholderStatement(), {array, bounds});
 }
 
 Ref<SemBase> CompileArrayFactory(Ref<SemBase> elements, IRDataType type) {
-  return TraceRoutine("CompileArrayFactory", PlaceholderValue(), {elements}, {(long)type.GetMainType()});
+  return PendingRoutine("CompileArrayFactory", "Array", nullptr, PlaceholderValue(), {elements}, {(long)type.GetMainType()});
 }

@@ -1,5 +1,6 @@
 #include "codebuild/Classes.h"
 
+#include "codebuild/Declarations.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/Lexer.h"
 #include "semantic/SymbolTable.h"
@@ -26,7 +27,7 @@ Ref<SemBase> EndEventDeclaration(Ref<SemBase> name, Ref<SemBase> parameters, Ref
 // table is closed here because OpenInterfaceScope, which is final, opened it.
 
 Ref<SemBase> CompileClass(Ref<SemBase> name) {
-  return TraceRoutine("CompileClass", PlaceholderStatement(), {name});
+  return PendingRoutine("CompileClass", "Class", nullptr, PlaceholderStatement(), {name});
 }
 
 Ref<SemBase> CompileEndClass(Ref<SemBase> name, Ref<SemBase> tableValue, Ref<SemBase> members) {
@@ -44,10 +45,18 @@ Ref<SemBase> CompileImplements(Ref<SemBase> interfaceName) {
 
 Ref<SemBase> CompileInterface(Ref<SemBase> name, Ref<SemBase> code) {
   PopSymTable();
-  return TraceRoutine("CompileInterface", PlaceholderStatement(), {name, code});
+  return PendingRoutine("CompileInterface", "Interface", nullptr, PlaceholderStatement(), {name, code});
 }
 
+// A module's properties are laid out by the miner and reached by name
+// lookup; their code waits for classes, and objects and arrays for their
+// run-times.
 Ref<SemBase> CompileProperty(Ref<SemBase> name, Ref<SemBase> dimensions, Ref<SemBase> type) {
+  if (name && type) {
+    IRDataType declared = type->GetType();
+    if (dimensions) declared = declared.AsArray(1);
+    RefusePendingType(declared, name->Location());
+  }
   return TraceRoutine("CompileProperty", PlaceholderStatement(), {name, dimensions, type});
 }
 

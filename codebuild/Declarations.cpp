@@ -1,5 +1,6 @@
 #include "codebuild/Declarations.h"
 
+#include "codebuild/Assignments.h"
 #include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
 #include "diag/CompileError.h"
@@ -35,11 +36,6 @@ Ref<SemBase> CompileDeclaration(Ref<SemBase> names, Ref<SemBase> type, Ref<SemBa
   return TraceRoutine("CompileDeclaration", result, {names, type, given});
 }
 
-// Not finished: the allocation of an array that has dimensions but no
-// initialiser, and the assignment of the initialiser, need the array and
-// assignment routines, which have not landed. The name is declared and
-// looked up; the initialiser reaches the trace hook as `DeclareOneVar`'s
-// operand, with the number of dimensions, and is not stored yet.
 Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimensions, Ref<SemBase> type,
                            Ref<SemBase> initialiser) {
   if (!name) return Ref<SemBase>();
@@ -47,10 +43,13 @@ Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimens
   if (dimensions.size() > 0) declared = declared.AsArray((int)dimensions.size());
   name->SetType(declared);
   AddDeclaredName(name);
-  Ref<SemBase> variable = CompileLookup(name, Ref<SemBase>(), Ref<SemBase>(), kResultCall, UnknownName, false);
-  (void)variable;
   TraceRoutine("DeclareOneVar", Ref<SemBase>(), {name, type, initialiser}, {(long)dimensions.size()});
-  return Ref<SemBase>();
+  if (RefusePendingType(declared, name->Location())) return Ref<SemBase>();
+  Ref<SemBase> variable = CompileLookup(name, Ref<SemBase>(), Ref<SemBase>(), kResultCall, UnknownName, false);
+  if (!initialiser || !variable || !variable->GetAddr()) return Ref<SemBase>();
+  Ref<SemBase> code = SemCode::New(IRDataType(), &name->Location());
+  AssignToSymbol(variable->GetAddr(), initialiser, code);
+  return code;
 }
 
 Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value) {
@@ -79,3 +78,16 @@ Ref<SemBase> CompileReservedIdentifier() {
   return SemIdentifier::New(string("bogus"));
 }
 
+
+bool RefusePendingType(IRDataType const& type, SourceLocation const& where) {
+  SimpleDataType main = type.GetMainType() == kTypeReference ? type.GetElementType() : type.GetMainType();
+  if (main == kTypeArray) {
+    ReportNotYetSupported("array", &where);
+    return true;
+  }
+  if (main == kTypeObject) {
+    ReportNotYetSupported("Object", &where);
+    return true;
+  }
+  return false;
+}

@@ -4,6 +4,7 @@
 
 #include "foundation/Ref.h"
 #include "foundation/SimpleVector.h"
+#include "ir/DataTypes.h"
 #include "semantic/SemBase.h"
 
 // One clause of `Dim`: `names` holds each variable's identifier followed by
@@ -19,3 +20,8 @@ Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value);
 // A reserved word used as a name: reports ReservedIdentifier and returns an
 // identifier "bogus", so that the parse goes on.
 Ref<SemBase> CompileReservedIdentifier();
+
+// Objects and arrays need their run-times (locks, allocation), which have
+// not landed: a variable, parameter or result of such a type reports
+// NotYetSupported at `where` and answers true.
+bool RefusePendingType(IRDataType const& type, SourceLocation const& where);

@@ -13,15 +13,15 @@ Ref<SemBase> DeclareExceptionVariable(Ref<SemBase> name, Ref<SemBase> type) {
 // placeholders and lay down no try markers or handlers.
 
 Ref<SemBase> CompileExceptionBlock(Ref<SemBase> code, Ref<SemBase> name, Ref<SemBase> type) {
-  return TraceRoutine("CompileExceptionBlock", PlaceholderStatement(), {code, name, type});
+  return PendingRoutine("CompileExceptionBlock", "Catch", nullptr, PlaceholderStatement(), {code, name, type});
 }
 
 Ref<SemBase> CompileTry() { return TraceRoutine("CompileTry", PlaceholderStatement(), {}); }
 
 Ref<SemBase> CompileEndTry(Ref<SemBase> head, Ref<SemBase> rest) {
-  return TraceRoutine("CompileEndTry", PlaceholderStatement(), {head, rest});
+  return PendingRoutine("CompileEndTry", "Try", nullptr, PlaceholderStatement(), {head, rest});
 }
 
 Ref<SemBase> CompileRaiseException(Ref<SemBase> value) {
-  return TraceRoutine("CompileRaiseException", PlaceholderStatement(), {value});
+  return PendingRoutine("CompileRaiseException", "Raise", nullptr, PlaceholderStatement(), {value});
 }

@@ -5,16 +5,19 @@
 #include <cstring>
 #include <limits>
 
+#include "codebuild/Calls.h"
+#include "codebuild/Conversions.h"
 #include "codebuild/Placeholders.h"
+#include "frontend/SrcContext.h"
+#include "ir/Intrinsics.h"
+#include "semantic/SymbolUtilities.h"
 #include "diag/CompileError.h"
 #include "ir/DataTypes.h"
 #include "frontend/Lexer.h"
 
-// Operands that are both constants are type-checked and folded here. Any
-// other operand is a placeholder or a name whose lookup has not landed, so
-// its type says nothing yet: those operators still return placeholders and
-// check nothing, until code emission lands with name lookup and the object
-// operators.
+// Operands are type-checked by the common-type table; two constants fold,
+// and anything else becomes code that leaves the value in a fresh
+// temporary. The object operators come with classes.
 
 namespace {
 
@@ -100,11 +103,10 @@ bool IntegerQuotient(int32_t a, unsigned long op, int32_t b, int32_t& result) {
 }
 
 // What an operator on operands meeting in `common` gives (comparisons
-// Boolean, `/` and `^` Double, `\` and `Mod` Integer), reporting
-// IllegalOperandType where the type lacks the operator. The conversion of
-// operands to Double or Integer that this implies is checked where the
-// operands are converted, which comes with code emission.
-IRDataType CheckedResultType(unsigned long op, IRDataType common, SourceLocation const& loc) {
+// Boolean, `/` and `^` Double, `\` and `Mod` Integer); `common` becomes the
+// type the operands are converted to. Reports IllegalOperandType where the
+// type lacks the operator.
+IRDataType CheckedResultType(unsigned long op, IRDataType& common, SourceLocation const& loc) {
   IRDataType result = common;
   if (op == kOpDivide || op == kOpPower)
     common = result = IRDataType(kTypeDouble);
@@ -131,14 +133,70 @@ IRDataType ElementIfReference(IRDataType const& type) {
   return type.GetMainType() == kTypeReference ? type.AsElement() : type;
 }
 
-Ref<SemBase> BinopOfConstants(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) {
+struct OpcodeRow {
+  unsigned long op;
+  TacOpcode integer;
+  TacOpcode floating;
+  bool swapped;
+};
+
+// `>` and `>=` are `<` and `<=` with the operands exchanged, so the code
+// needs only the two tests. tac_Noop: the type lacks the operator.
+constexpr OpcodeRow kOpcodes[] = {
+    {kOpEqual, tac_EQI, tac_EQD, false},           {kOpNotEqual, tac_NEI, tac_NED, false},
+    {kOpLess, tac_LTI, tac_LTD, false},            {kOpGreater, tac_LTI, tac_LTD, true},
+    {kOpLessEqual, tac_LEI, tac_LED, false},       {kOpGreaterEqual, tac_LEI, tac_LED, true},
+    {kOpAdd, tac_AddI, tac_AddD, false},           {kOpSubtract, tac_SubI, tac_SubD, false},
+    {kOpMultiply, tac_MulI, tac_MulD, false},      {kOpDivide, tac_Noop, tac_DivD, false},
+    {kOpIntegerDivide, tac_DivI, tac_Noop, false}, {kOpMod, tac_ModI, tac_Noop, false},
+    {kOpPower, tac_Noop, tac_PowD, false},
+};
+
+OpcodeRow const* FindOpcode(unsigned long op) {
+  for (OpcodeRow const& row : kOpcodes)
+    if (row.op == op) return &row;
+  return nullptr;
+}
+
+// Strings: the left operand's code runs first, then the run-time adds or
+// compares (a number below, at or above 0, tested against 0).
+void EmitStringOperator(Ref<SemBase> left, unsigned long op, Ref<SemBase> right, Ref<SemBase> code) {
+  IRDataType text(kTypeString);
+  left = CompileRefAs(left, text, code);
+  right = CompileRefAs(right, text, code);
+  if (op != kOpAdd && !IsComparison(op)) return;  // reported by CheckedResultType
+  TacAddr const* dest = code->GetAddr();
+  code->AddLine(tac_PutParam, left->GetAddr(), nilTacAddr, nilTacAddr);
+  code->AddLine(tac_PutParam, right->GetAddr(), nilTacAddr, nilTacAddr);
+  if (op == kOpAdd) {
+    code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeAddString), nilTacAddr, dest);
+    return;
+  }
+  Ref<SemBase> order = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+  TacAddr const* t = order->GetAddr();
+  code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeStringCompare), nilTacAddr, t);
+  switch (op) {
+    case kOpEqual: code->AddLine(tac_EQI, t, gTacZero, dest); break;
+    case kOpNotEqual: code->AddLine(tac_NEI, t, gTacZero, dest); break;
+    case kOpLess: code->AddLine(tac_LTI, t, gTacZero, dest); break;
+    case kOpLessEqual: code->AddLine(tac_LEI, t, gTacZero, dest); break;
+    case kOpGreater: code->AddLine(tac_LTI, gTacZero, t, dest); break;
+    case kOpGreaterEqual: code->AddLine(tac_LEI, gTacZero, t, dest); break;
+    default: break;
+  }
+}
+
+Ref<SemBase> EmitBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) {
   IRDataType leftType = left->GetType(), rightType = right->GetType();
   IRDataType common = ComputeCommonType(leftType, rightType);
   leftType = ElementIfReference(leftType);
   rightType = ElementIfReference(rightType);
-  // Constant objects (Nil) go to the object operators, not built yet.
-  if (IsObject(common) || (common.Null() && (IsObject(leftType) || IsObject(rightType)))) return PlaceholderValue();
   SourceLocation loc = left->Location() + right->Location();
+  if (IsObject(common) || (common.Null() && (IsObject(leftType) || IsObject(rightType)))) {
+    // The object operators come with classes.
+    ReportNotYetSupported("object operator", &loc);
+    return SemCode::New(IRDataType(IsComparison(op) ? kTypeBoolean : kTypeInteger), &loc);
+  }
   if (common.Null()) {
     SimpleVector<string> words;
     words.push_back(leftType.ToString());
@@ -147,9 +205,34 @@ Ref<SemBase> BinopOfConstants(Ref<SemBase> left, unsigned long op, Ref<SemBase> 
     // Carries the location, so that a caller's own complaint lands there.
     return SemCode::New(IRDataType(), &loc);
   }
-  Ref<SemBase> folded = ConstantBinop(left, op, right, common, loc);
-  if (folded) return folded;
-  return SemCode::New(CheckedResultType(op, common, loc), &loc);
+  if (left->IsConstant() && right->IsConstant()) {
+    Ref<SemBase> folded = ConstantBinop(left, op, right, common, loc);
+    if (folded) return folded;
+  }
+  IRDataType result = CheckedResultType(op, common, loc);
+  Ref<SemBase> code = SemCode::New(result, &loc);
+  TacAddr const* dest = code->GetAddr();
+  ResetReturnTemp(dest, code);
+  if (common.GetMainType() == kTypeString) {
+    EmitStringOperator(left, op, right, code);
+    return code;
+  }
+  OpcodeRow const* row = FindOpcode(op);
+  TacOpcode opcode = tac_Noop;
+  switch (common.GetMainType()) {
+    case kTypeInteger: opcode = row ? row->integer : tac_Noop; break;
+    case kTypeDouble: opcode = row ? row->floating : tac_Noop; break;
+    case kTypeBoolean:
+    case kTypeColor: opcode = op == kOpEqual ? tac_EQI : op == kOpNotEqual ? tac_NEI : tac_Noop; break;
+    default: break;
+  }
+  if (opcode == tac_Noop) return code;  // reported by CheckedResultType
+  if (row->swapped) Swap(left, right);
+  // The right operand's code first, then the left's.
+  right = CompileRefAs(right, common, code);
+  left = CompileRefAs(left, common, code);
+  code->AddLine(opcode, left->GetAddr(), right->GetAddr(), dest);
+  return code;
 }
 
 }  // namespace
@@ -272,48 +355,94 @@ Ref<SemBase> ConstantNegation(Ref<SemBase> value) {
 }
 
 Ref<SemBase> CompileBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) {
-  bool constants = left && right && left->IsConstant() && right->IsConstant();
-  Ref<SemBase> result = constants ? BinopOfConstants(left, op, right) : PlaceholderValue();
+  Ref<SemBase> result = left && right ? EmitBinop(left, op, right) : PlaceholderValue();
   return TraceRoutine("CompileBinop", result, {left, right}, {(long)op});
 }
 
-// And, Or and Not fold two constant Booleans. Other constants need the
-// conversion to Boolean that comes with code emission.
+void Swap(Ref<SemBase>& a, Ref<SemBase>& b) {
+  Ref<SemBase> t = a;
+  a = b;
+  b = t;
+}
+
 static bool IsConstantBoolean(Ref<SemBase> const& value) {
   return value && value->IsConstant() && value->GetType().GetMainType() == kTypeBoolean;
 }
 
-Ref<SemBase> CompileAnd(Ref<SemBase> left, Ref<SemBase> right) {
-  Ref<SemBase> result;
+// Short-circuit And (`isAnd`) and Or: the right operand's code runs only
+// when the left one has not decided. Two constant Booleans fold.
+static Ref<SemBase> ShortCircuit(Ref<SemBase> left, Ref<SemBase> right, bool isAnd) {
+  if (!left || !right) return PlaceholderValue();
+  SourceLocation loc = left->Location() + right->Location();
   if (IsConstantBoolean(left) && IsConstantBoolean(right)) {
-    SourceLocation loc = left->Location() + right->Location();
-    result = BooleanValue(left->GetValue().sint32 != 0 && right->GetValue().sint32 != 0, loc);
-  } else {
-    result = PlaceholderValue();
+    bool a = left->GetValue().sint32 != 0, b = right->GetValue().sint32 != 0;
+    return BooleanValue(isAnd ? a && b : a || b, loc);
   }
-  return TraceRoutine("CompileAnd", result, {left, right});
+  IRDataType boolean(kTypeBoolean);
+  Ref<SemBase> code = SemCode::New(boolean, &loc);
+  TacAddr const* dest = code->GetAddr();
+  TacAddr const* decided = NewLabel();
+  TacAddr const* end = NewLabel();
+  TacOpcode test = isAnd ? tac_IfEQI : tac_IfNEI;
+  left = CompileRefAs(left, boolean, code);
+  code->AddLine(test, left->GetAddr(), gTacFalse, decided);
+  right = CompileRefAs(right, boolean, code);
+  code->AddLine(test, right->GetAddr(), gTacFalse, decided);
+  code->AddLine(tac_Store, isAnd ? gTacTrue : gTacFalse, nilTacAddr, dest);
+  code->AddLine(tac_Jump, nilTacAddr, nilTacAddr, end);
+  code->AddLine(tac_Label, decided, nilTacAddr, nilTacAddr);
+  code->AddLine(tac_Store, isAnd ? gTacFalse : gTacTrue, nilTacAddr, dest);
+  code->AddLine(tac_Label, end, nilTacAddr, nilTacAddr);
+  return code;
+}
+
+Ref<SemBase> CompileAnd(Ref<SemBase> left, Ref<SemBase> right) {
+  return TraceRoutine("CompileAnd", ShortCircuit(left, right, true), {left, right});
 }
 
 Ref<SemBase> CompileOr(Ref<SemBase> left, Ref<SemBase> right) {
-  Ref<SemBase> result;
-  if (IsConstantBoolean(left) && IsConstantBoolean(right)) {
-    SourceLocation loc = left->Location() + right->Location();
-    result = BooleanValue(left->GetValue().sint32 != 0 || right->GetValue().sint32 != 0, loc);
-  } else {
-    result = PlaceholderValue();
-  }
-  return TraceRoutine("CompileOr", result, {left, right});
+  return TraceRoutine("CompileOr", ShortCircuit(left, right, false), {left, right});
 }
 
 Ref<SemBase> CompileNot(Ref<SemBase> value) {
-  Ref<SemBase> result =
-      IsConstantBoolean(value) ? BooleanValue(value->GetValue().sint32 == 0, value->Location()) : PlaceholderValue();
+  Ref<SemBase> result;
+  if (!value) {
+    result = PlaceholderValue();
+  } else if (IsConstantBoolean(value)) {
+    result = BooleanValue(value->GetValue().sint32 == 0, value->Location());
+  } else {
+    // Logical only: whatever converts to Boolean, and nothing else.
+    result = SemCode::New(IRDataType(kTypeBoolean), nullptr);
+    Ref<SemBase> v = CompileRefAs(value, IRDataType(kTypeBoolean), result);
+    result->AddLine(tac_EQI, v->GetAddr(), gTacFalse, result->GetAddr());
+  }
   return TraceRoutine("CompileNot", result, {value});
 }
 
+static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
+  IRDataType type = value->GetType();
+  if (IsObject(ElementIfReference(type))) {
+    ReportNotYetSupported("object operator", &value->Location());
+    return PlaceholderValue();
+  }
+  if (value->IsConstant()) return ConstantNegation(value);
+  IRDataType element(type.GetElementType());
+  Ref<SemBase> code = SemCode::New(element, nullptr);
+  if (type.GetMainType() == kTypeReference) value = CompileRefAs(value, element, code);
+  TacOpcode op = tac_Noop;
+  switch (value->GetType().GetMainType()) {
+    case kTypeInteger: op = tac_NegI; break;
+    case kTypeSingle:
+    case kTypeDouble: op = tac_NegD; break;
+    default: Error(IllegalOperandType, value->Location()); return code;
+  }
+  value = FlattenExpression(value, code);
+  code->AddLine(op, value->GetAddr(), nilTacAddr, code->GetAddr());
+  return code;
+}
+
 Ref<SemBase> CompileNegation(Ref<SemBase> value) {
-  bool foldable = value && value->IsConstant() && !IsObject(ElementIfReference(value->GetType()));
-  Ref<SemBase> result = foldable ? ConstantNegation(value) : PlaceholderValue();
+  Ref<SemBase> result = value ? EmitNegation(value) : PlaceholderValue();
   return TraceRoutine("CompileNegation", result, {value});
 }
 
@@ -329,23 +458,23 @@ Ref<SemBase> CompileNilLiteral() {
 }
 
 Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  return TraceRoutine("CompileNew", PlaceholderValue(), {classIdentifier, args}, {callConstructor ? 1 : 0});
+  return PendingRoutine("CompileNew", "New", nullptr, PlaceholderValue(), {classIdentifier, args}, {callConstructor ? 1 : 0});
 }
 
 Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
-  return TraceRoutine("CompileIsA", PlaceholderValue(), {value, classIdentifier});
+  return PendingRoutine("CompileIsA", "IsA", nullptr, PlaceholderValue(), {value, classIdentifier});
 }
 
 Ref<SemBase> CompileIs(Ref<SemBase> left, Ref<SemBase> right) {
-  return TraceRoutine("CompileIs", PlaceholderValue(), {left, right});
+  return PendingRoutine("CompileIs", "Is", nullptr, PlaceholderValue(), {left, right});
 }
 
-Ref<SemBase> CompileSelf() { return TraceRoutine("CompileSelf", PlaceholderValue(), {}); }
+Ref<SemBase> CompileSelf() { return PendingRoutine("CompileSelf", "Self", nullptr, PlaceholderValue(), {}); }
 
-Ref<SemBase> CompileMe() { return TraceRoutine("CompileMe", PlaceholderValue(), {}); }
+Ref<SemBase> CompileMe() { return PendingRoutine("CompileMe", "Me", nullptr, PlaceholderValue(), {}); }
 
-Ref<SemBase> CompileSuper() { return TraceRoutine("CompileSuper", PlaceholderValue(), {}); }
+Ref<SemBase> CompileSuper() { return PendingRoutine("CompileSuper", "Super", nullptr, PlaceholderValue(), {}); }
 
 Ref<SemBase> CompileClassReference(Ref<SemBase> identifier) {
-  return TraceRoutine("CompileClassReference", PlaceholderValue(), {identifier});
+  return PendingRoutine("CompileClassReference", "Class", nullptr, PlaceholderValue(), {identifier});
 }

@@ -2,9 +2,9 @@
 // operators (New, Is, IsA, Self, Me, Super, Class). Every routine takes null
 // handles, which arrive after an error was reported.
 //
-// The operators check types and fold when both operands are constants; any
-// other operands still get the placeholders of codebuild/Placeholders.h
-// until code emission lands with name lookup. The literal routines are final.
+// The operators check types, fold when both operands are constants and
+// otherwise emit code; the object routines (New, Is, IsA, Self, Me, Super,
+// Class) report NotYetSupported until classes land.
 #pragma once
 
 #include "foundation/Ref.h"
@@ -39,6 +39,8 @@ Ref<SemBase> ConstantBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> rig
 // IllegalOperandType for any other type and gives a null handle then, or
 // when `value` is no constant.
 Ref<SemBase> ConstantNegation(Ref<SemBase> value);
+// Exchanges two handles.
+void Swap(Ref<SemBase>& a, Ref<SemBase>& b);
 // Short-circuit And, Or.
 Ref<SemBase> CompileAnd(Ref<SemBase> left, Ref<SemBase> right);
 Ref<SemBase> CompileOr(Ref<SemBase> left, Ref<SemBase> right);

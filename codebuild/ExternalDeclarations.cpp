@@ -31,14 +31,14 @@ Ref<SemBase> CompileExternAlias(Ref<SemBase> word, Ref<SemBase> text) {
 
 Ref<SemBase> CompileExternDeclaration(Ref<SemBase> name, Ref<SemBase> library, Ref<SemBase> alias,
                                       Ref<SemBase> parameters, Ref<SemBase> returnType) {
-  return TraceRoutine("CompileExternDeclaration", PlaceholderStatement(),
+  return PendingRoutine("CompileExternDeclaration", "Declare", nullptr, PlaceholderStatement(),
                       {name, library, alias, parameters, returnType});
 }
 
 Ref<SemBase> CompileAddressOf(Ref<SemBase> name) {
-  return TraceRoutine("CompileAddressOf", PlaceholderValue(), {name});
+  return PendingRoutine("CompileAddressOf", "AddressOf", nullptr, PlaceholderValue(), {name});
 }
 
 Ref<SemBase> CompileAddressOf(Ref<SemBase> object, Ref<SemBase> name) {
-  return TraceRoutine("CompileAddressOf", PlaceholderValue(), {object, name});
+  return PendingRoutine("CompileAddressOf", "AddressOf", nullptr, PlaceholderValue(), {object, name});
 }

@@ -24,7 +24,7 @@ Ref<SemBase> CompileIf(Ref<SemBase> condition) {
 
 Ref<SemBase> CompileEndIf(Ref<SemBase> condition, Ref<SemBase> header, Ref<SemBase> thenCode,
                           Ref<SemBase> elseIfs, Ref<SemBase> elseCode) {
-  return TraceRoutine("CompileEndIf", PlaceholderStatement(), {condition, header, thenCode, elseIfs, elseCode});
+  return PendingRoutine("CompileEndIf", "If", nullptr, PlaceholderStatement(), {condition, header, thenCode, elseIfs, elseCode});
 }
 
 Ref<SemBase> CompileElseIf(Ref<SemBase> condition, Ref<SemBase> code) {
@@ -44,7 +44,7 @@ Ref<SemBase> CompileCaseElse(Ref<SemBase> header, Ref<SemBase> code) {
 }
 
 Ref<SemBase> CompileEndSelect(Ref<SemBase> head, Ref<SemBase> cases) {
-  return TraceRoutine("CompileEndSelect", PlaceholderStatement(), {head, cases});
+  return PendingRoutine("CompileEndSelect", "Select Case", nullptr, PlaceholderStatement(), {head, cases});
 }
 
 Ref<SemBase> PeekSelectExpr() { return TraceRoutine("PeekSelectExpr", PlaceholderValue(), {}); }
@@ -55,7 +55,7 @@ Ref<SemBase> CompileForLoop(Ref<SemBase> name, Ref<SemBase> start) {
 
 Ref<SemBase> CompileNext(Ref<SemBase> name, Ref<SemBase> header, int downTo, Ref<SemBase> limit,
                          Ref<SemBase> step, Ref<SemBase> body, Ref<SemBase> nextName) {
-  return TraceRoutine("CompileNext", PlaceholderStatement(), {name, header, limit, step, body, nextName}, {downTo});
+  return PendingRoutine("CompileNext", "For", nullptr, PlaceholderStatement(), {name, header, limit, step, body, nextName}, {downTo});
 }
 
 Ref<SemBase> CompileForEachLoop(Ref<SemBase> name, Ref<SemBase> array) {
@@ -64,7 +64,7 @@ Ref<SemBase> CompileForEachLoop(Ref<SemBase> name, Ref<SemBase> array) {
 
 Ref<SemBase> CompileNextEachLoop(Ref<SemBase> name, Ref<SemBase> array, Ref<SemBase> header,
                                  Ref<SemBase> body, Ref<SemBase> nextName) {
-  return TraceRoutine("CompileNextEachLoop", PlaceholderStatement(), {name, array, header, body, nextName});
+  return PendingRoutine("CompileNextEachLoop", "For Each", nullptr, PlaceholderStatement(), {name, array, header, body, nextName});
 }
 
 Ref<SemBase> CompileWhileLoop(Ref<SemBase> condition) {
@@ -72,7 +72,7 @@ Ref<SemBase> CompileWhileLoop(Ref<SemBase> condition) {
 }
 
 Ref<SemBase> CompileWend(Ref<SemBase> condition, Ref<SemBase> header, Ref<SemBase> body) {
-  return TraceRoutine("CompileWend", PlaceholderStatement(), {condition, header, body});
+  return PendingRoutine("CompileWend", "While", nullptr, PlaceholderStatement(), {condition, header, body});
 }
 
 Ref<SemBase> CompileDoLoop(Ref<SemBase> topCondition) {
@@ -81,15 +81,15 @@ Ref<SemBase> CompileDoLoop(Ref<SemBase> topCondition) {
 
 Ref<SemBase> CompileLoopUntil(Ref<SemBase> topCondition, Ref<SemBase> header, Ref<SemBase> body,
                               Ref<SemBase> bottomCondition) {
-  return TraceRoutine("CompileLoopUntil", PlaceholderStatement(), {topCondition, header, body, bottomCondition});
+  return PendingRoutine("CompileLoopUntil", "Do", nullptr, PlaceholderStatement(), {topCondition, header, body, bottomCondition});
 }
 
-Ref<SemBase> CompileExit() { return TraceRoutine("CompileExit", PlaceholderStatement(), {}); }
+Ref<SemBase> CompileExit() { return PendingRoutine("CompileExit", "Exit", nullptr, PlaceholderStatement(), {}); }
 
 Ref<SemBase> CompileGoto(Ref<SemBase> name) {
-  return TraceRoutine("CompileGoto", PlaceholderStatement(), {name});
+  return PendingRoutine("CompileGoto", "GoTo", nullptr, PlaceholderStatement(), {name});
 }
 
 Ref<SemBase> CompileLabel(Ref<SemBase> name) {
-  return TraceRoutine("CompileLabel", PlaceholderStatement(), {name});
+  return PendingRoutine("CompileLabel", "label", nullptr, PlaceholderStatement(), {name});
 }

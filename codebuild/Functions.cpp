@@ -1,8 +1,18 @@
 #include "codebuild/Functions.h"
 
+#include "codebuild/Assignments.h"
+#include "codebuild/Calls.h"
+#include "codebuild/Conversions.h"
+#include "codebuild/Declarations.h"
 #include "codebuild/Placeholders.h"
+#include "codebuild/Statements.h"
 #include "frontend/Lexer.h"
+#include "frontend/SrcContext.h"
+#include "ir/LabelUtilities.h"
+#include "semantic/DeclarationTable.h"
+#include "semantic/NameMangler.h"
 #include "semantic/SymbolTable.h"
+#include "semantic/SymbolUtilities.h"
 
 Ref<SemBase> OpenMethodScope() {
   unsigned long index = NewSymTable(LocalStorage, string(""));
@@ -18,31 +28,264 @@ bool BlockIsFunction(TacBlock* block) {
          line->a->type.GetMainType() == kTypeString;
 }
 
-// Function building has not landed: the routines below return placeholders,
-// declare no parameters and check no modifiers, names or return types.
+void AddSelfParameter() {
+  if (!gContext || !gContext->inClass || !gContext->currentClass) return;
+  Ref<SemBase> self = SemIdentifier::New(string("self"));
+  self->SetType(IRDataType(gContext->currentClass->GetName()));
+  AddSymbol(self);
+}
 
-void AddSelfParameter() { TraceRoutine("AddSelfParameter", Ref<SemBase>(), {}); }
+namespace {
+
+// The words of the modifiers, in the grammar's spelling and the one the
+// errors carry.
+struct Modifier {
+  char const* grammar;
+  char const* word;
+};
+constexpr Modifier kModifiers[] = {{"BYREF", "ByRef"},         {"BYVAL", "ByVal"},
+                                   {"ASSIGNS", "Assigns"},     {"EXTENDS", "Extends"},
+                                   {"PARAMARRAY", "ParamArray"}, {"OPTIONAL", "Optional"}};
+enum { kByRef, kByVal, kAssigns, kExtends, kParamArray, kOptional, kModifierCount };
+
+int ModifierIndex(Ref<SemBase> const& e) {
+  if (!e || !e->IsIdentifier()) return -1;
+  string text = e->toString();
+  for (int i = 0; i < kModifierCount; ++i)
+    if (text == kModifiers[i].grammar) return i;
+  return -1;
+}
+
+// Elements of a list, or the one value.
+template <class F>
+void ForEachElement(Ref<SemBase> const& list, F f) {
+  if (!list) return;
+  if (!list->IsList()) {
+    f(list);
+    return;
+  }
+  for (Ref<SemBase> e = list->GetContents(); e; e = e->GetNext()) f(e);
+}
+
+void ValidateParameterModifiers(Ref<SemBase> modifiers, Ref<SemBase> defaultValue) {
+  Ref<SemBase> seen[kModifierCount];
+  ForEachElement(modifiers, [&](Ref<SemBase> const& e) {
+    int i = ModifierIndex(e);
+    if (i < 0) return;
+    if (seen[i]) {
+      SimpleVector<string> words;
+      words.push_back(string(kModifiers[i].word));
+      Error(RepeatedModifier, seen[i]->Location(), words);
+      return;
+    }
+    seen[i] = e;
+  });
+  bool optional = seen[kOptional] || defaultValue;
+  SourceLocation optionalAt = defaultValue ? defaultValue->Location()
+                              : seen[kOptional] ? seen[kOptional]->Location()
+                                                : SourceLocation(CurrentSourceLine());
+  if (optional) {
+    if (seen[kByRef]) Error(OptionalByRef, optionalAt);
+    if (seen[kParamArray]) Error(OptionalParamArray, optionalAt);
+    if (seen[kAssigns]) Error(OptionalAssigns, optionalAt);
+    if (seen[kExtends]) Error(OptionalExtends, optionalAt);
+  }
+  static constexpr int kConflicts[][2] = {{kByRef, kParamArray}, {kByRef, kAssigns},   {kByRef, kByVal},
+                                          {kAssigns, kParamArray}, {kAssigns, kExtends}, {kExtends, kParamArray}};
+  for (auto const& pair : kConflicts) {
+    Ref<SemBase> a = seen[pair[0]], b = seen[pair[1]];
+    if (!a || !b) continue;
+    SimpleVector<string> words;
+    words.push_back(string(kModifiers[pair[0]].word));
+    words.push_back(string(kModifiers[pair[1]].word));
+    Error(ConflictingModifiers, a->Location() + b->Location(), words);
+  }
+}
+
+bool IsParameterSymbol(Ref<SemBase> const& e) {
+  return e && e->IsIdentifier() && ModifierIndex(e) < 0;
+}
+
+Ref<SemBase> CompileFunctionProlog(Ref<SemBase> table, Ref<SemBase> parameters) {
+  Ref<SemBase> code = SemCode::New(IRDataType(), nullptr);
+  if (table) code->AddLine(tac_Symbols, table->GetAddr(), nilTacAddr, nilTacAddr);
+  bool assigns = false, paramArray = false, designated = false, listed = false;
+  SimpleVector<Ref<SemBase>> values;
+  ForEachElement(parameters, [&](Ref<SemBase> const& e) {
+    int m = ModifierIndex(e);
+    if (m == kAssigns) {
+      if (assigns) Error(SecondAssigns, e->Location());
+      assigns = designated = true;
+    } else if (m == kExtends) {
+      if (listed) Error(ExtendsNotFirst, e->Location());
+    } else if (m == kParamArray) {
+      if (assigns) Error(ParameterAfterAssigns, e->Location());
+      if (paramArray) Error(SecondParamArray, e->Location());
+      paramArray = designated = true;
+    } else if (IsParameterSymbol(e)) {
+      if (designated) {
+        designated = false;
+      } else if (paramArray) {
+        Error(ParameterAfterParamArray, e->Location());
+      } else if (assigns) {
+        Error(ParameterAfterAssigns, e->Location());
+      }
+      Ref<SemBase> symbol = FindLocalSymbol(e);
+      if (symbol) {
+        ProhibitSymbolInitialization(e);
+        values.push_back(symbol);
+      }
+      listed = true;
+    }
+  });
+  // Fetched in the reverse order of their PutParams.
+  for (unsigned long i = values.size(); i-- > 0;)
+    code->AddLine(tac_GetParam, nilTacAddr, nilTacAddr, values[i]->GetAddr());
+  InitializeSymbols(table, code);
+  // The callee holds its own reference to each string, object and array.
+  for (unsigned long i = 0; i < values.size(); ++i)
+    if (values[i]->GetType().RefCounted()) code->AddLine(tac_Lock, values[i]->GetAddr(), nilTacAddr, nilTacAddr);
+  if (gContext->options.stackOverflowChecking)
+    code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeCheckStack), nilTacAddr, nilTacAddr);
+  if (gContext->options.autoWaitCursorDisabled)
+    code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicDisableAutoWaitCursor), nilTacAddr, nilTacAddr);
+  return code;
+}
+
+// Exception handlers come with Try; until then a method's default handler
+// adds nothing.
+Ref<SemBase> MakeDefaultExceptionHandler(Ref<SemBase> tail) { return tail; }
+
+// Every module from the innermost open one out to the root, whose own name
+// qualifies nothing.
+string QualifyByModules(string text) {
+  if (!gContext->inModule) return text;
+  for (ModuleDeclaration* m = gContext->currentModule; m && m != gContext->rootModule; m = m->GetParent())
+    text = QualifyName(m->GetName(), text);
+  return text;
+}
+
+}  // namespace
 
 Ref<SemBase> CompileParameter(Ref<SemBase> modifiers, Ref<SemBase> name, Ref<SemBase> type,
                               Ref<SemBase> defaultValue) {
-  return TraceRoutine("CompileParameter", PlaceholderStatement(), {modifiers, name, type, defaultValue});
+  if (!name) return modifiers;
+  IRDataType declared = type ? type->GetType() : IRDataType();
+  ValidateParameterModifiers(modifiers, defaultValue);
+  IRDataType modified = declared;
+  ForEachElement(modifiers, [&](Ref<SemBase> const& e) {
+    int m = ModifierIndex(e);
+    if (m == kParamArray) {
+      if (declared.GetMainType() == kTypeArray)
+        Error(ParamArrayOfArray, type->Location());
+      else
+        modified = modified.AsArray(1);
+    } else if (m == kByRef) {
+      modified = modified.AsReference();
+    }
+  });
+  if (defaultValue && !ParamAndArgAreCompatible(declared, defaultValue, nullptr))
+    Error(NotAssignable, defaultValue->Location());
+  name->SetType(modified);
+  AddDeclaredName(name);
+  RefusePendingType(modified, name->Location());
+  return ConcatList(modifiers, name);
 }
 
-Ref<SemBase> CompileMeParam() { return TraceRoutine("CompileMeParam", SemIdentifier::New(string("Me")), {}); }
+Ref<SemBase> CompileMeParam() { return SemIdentifier::New(string("me")); }
 
 void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> returnType,
                      Ref<SemBase> handledEvent) {
-  TraceRoutine("CompileFunction", Ref<SemBase>(), {name, parameters, returnType, handledEvent});
+  if (!gContext) return;
+  gContext->currentFunction = nullptr;
+  if (name) {
+    string text = name->toString();
+    if (handledEvent) {
+      ReportNotYetSupported("Handles", &name->Location());
+      text = AddEventDesignatorToName(text);
+    }
+    if (gContext->inClass && gContext->currentClass) {
+      text = QualifyName(gContext->currentClass->GetName(), text);
+      text = AddParameterDescriptionToName(text, IRDataType(gContext->currentClass->GetName()));
+    }
+    if (returnType) RefusePendingType(returnType->GetType(), returnType->Location());
+    text = MangleFunctionName(text, parameters, returnType);
+    // A Sub's name carries its empty result section too.
+    if (!returnType) text = AddReturnTypeDescriptionToName(text, IRDataType());
+    text = QualifyByModules(text);
+    FunctionDeclaration* found = nullptr;
+    if (gContext->inClass && gContext->currentClass) found = gContext->currentClass->LookupMethod(text);
+    if (!found && gContext->CurrentModule()) found = gContext->CurrentModule()->LookupMethod(text);
+    if (!found) Error(UnknownName, name->Location());
+    gContext->currentFunction = found;
+  }
+  PushPragmas();
 }
 
-// The method's table is closed here, as the final routine will, so that the
-// tables of the methods that follow nest where they should.
 Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBase> parameters,
-                                Ref<SemBase> handledEvent, Ref<SemBase> body) {
+                                Ref<SemBase>, Ref<SemBase> body) {
+  Ref<SemBase> code = SemCode::New(IRDataType(), name ? &name->Location() : nullptr);
+  FunctionDeclaration* function = gContext ? gContext->currentFunction : nullptr;
+  if (!function) {
+    // The method's table and pragmas close all the same, or every method
+    // after it would nest inside it.
+    PopSymTable();
+    PopPragmas();
+    return code;
+  }
+  string mangled = function->GetName();
+  code->AddLine(tac_Label, CurrentTLP()->GetLiteral(mangled), nilTacAddr, nilTacAddr);
+  Ref<SymbolTable> symbols =
+      table ? CurrentSymbolTableList()->GetTable((unsigned long)table->GetValue().sint32) : Ref<SymbolTable>();
+  if (symbols) symbols->name = mangled;
+  Ref<SemBase> self;
+  if (gContext->inClass) {
+    Ref<SemBase> selfName = SemIdentifier::New(string("self"));
+    self = FindLocalSymbol(selfName);
+    if (self) {
+      selfName->SetType(self->GetType());
+      parameters = ConcatList(selfName, parameters);
+    }
+  }
+  code->Append(CompileFunctionProlog(table, parameters));
+  if (self) code->AddLine(tac_Baseref, self->GetAddr(), CurrentTLP()->GetLiteral(24L), nilTacAddr);
+  if (body) code->Append(body);
+  IRDataType result = function->GetType();
+  // A function that runs off its end returns zero, or nil.
+  if (!result.Null()) code->AddLine(tac_PutRetval, result.IsFloat() ? gTacFloatZero : gTacZero, nilTacAddr, nilTacAddr);
+  TacAddr const* end = NewLabel();
+  code->AddLine(tac_Label, end, nilTacAddr, nilTacAddr);
+  PatchReturnLabels(*code->Code(), end);
+  Ref<SemBase> tail = SemCode::New(IRDataType(), nullptr);
+  FinalizeSymbols(symbols, tail);
+  if (gContext->options.autoWaitCursorDisabled)
+    tail->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicEnableAutoWaitCursor), nilTacAddr, nilTacAddr);
+  tail = CompileDebugEntry(MakeDefaultExceptionHandler(tail));
+  code->Append(tail);
+  code->AddLine(tac_Return, nilTacAddr, nilTacAddr, nilTacAddr);
+  gContext->currentFunction = nullptr;
   PopSymTable();
-  return TraceRoutine("CompileEndFunction", PlaceholderStatement(), {name, table, parameters, handledEvent, body});
+  PopPragmas();
+  // The frame covers every temporary: none is left for a statement to release.
+  code->Temporaries()->deleteAll();
+  return code;
 }
 
 Ref<SemBase> CompileReturn(Ref<SemBase> value) {
-  return TraceRoutine("CompileReturn", PlaceholderStatement(), {value});
+  Ref<SemBase> code = SemCode::New(IRDataType(), value ? &value->Location() : nullptr);
+  FunctionDeclaration* function = gContext ? gContext->currentFunction : nullptr;
+  if (value) {
+    if (!function || function->GetType().Null()) {
+      Error(UnexpectedReturnValue, value->Location());
+    } else {
+      IRDataType type = function->GetType();
+      Ref<SemBase> v = CompileRefAs(value, type, code);
+      if (type.RefCounted()) code->AddLine(tac_Lock, v->GetAddr(), nilTacAddr, nilTacAddr);
+      code->AddLine(tac_PutRetval, v->GetAddr(), nilTacAddr, nilTacAddr);
+    }
+  } else if (function && !function->GetType().Null()) {
+    Error(MissingReturnValue, code->Location());
+  }
+  code->AddLine(tac_Jump, nilTacAddr, nilTacAddr, CurrentTLP()->GetLiteral(kFunctionReturnTarget));
+  return code;
 }

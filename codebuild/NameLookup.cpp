@@ -1,24 +1,422 @@
-// Name lookup's two entries, which the grammar calls for every name, until
-// name lookup lands.
-
-#include "codebuild/Placeholders.h"
 #include "codebuild/NameLookup.h"
-#include "diag/CompileError.h"
 
-// ---------------------------------------------------------------------------
-// Name lookup
+#include "codebuild/Assignments.h"
+#include "codebuild/Calls.h"
+#include "codebuild/Conversions.h"
+#include "codebuild/Expressions.h"
+#include "codebuild/Placeholders.h"
+#include "frontend/SrcContext.h"
+#include "semantic/DeclarationTable.h"
+#include "semantic/SymbolUtilities.h"
 
-// Name lookup has not landed: a name yields a placeholder, a value where
-// one is needed (mode 0) and a statement otherwise; nothing is reported.
+// A name, with its subscripts or arguments and, on the left of an
+// assignment, the value, goes to one routine that decides what it is and
+// builds its use. The scopes are tried in a fixed order (the method's own,
+// the class's, the module's, then class and module names); a scope whose
+// attempt fails leaves its reason in `err` and the next is tried, and only
+// the last step reports.
+//
+// Lists chain their elements through the elements themselves, so an
+// attempt that joins `args` into a list of its own would spoil them for the
+// next scope: every attempt that extends the arguments works on a clone.
+
+namespace {
+
+using MethodList = Ref<SimpleVector<FunctionDeclaration*>>;
+
+constexpr int kMaxAncestorWalk = 4096;
+
+bool HasMethods(MethodList const& list) { return list && list->size() > 0; }
+
+MethodFilter Filter(Ref<SemBase> const& value) { return value ? kFilterAssigns : kFilterPlain; }
+
+Ref<SemBase> CloneOf(Ref<SemBase> const& args) { return args ? args->Clone() : args; }
+
+// The arguments of a call that assigns: the subscripts, then the value.
+Ref<SemBase> AssignedArguments(Ref<SemBase> const& args, Ref<SemBase> const& value) {
+  return ConcatList(CloneOf(args), value);
+}
+
+// `first` in front of the assigned arguments: the object of a method call.
+Ref<SemBase> WithFirst(Ref<SemBase> first, Ref<SemBase> const& rest) {
+  return ConcatList(first, rest);
+}
+
+// Keeps the better reason: a selection's or an access routine's reason
+// replaces only the default and UnknownName.
+void Keep(CompileErrorCode& err, CompileErrorCode reason) {
+  if (reason == kNoCompileError) return;
+  if (err == kNoCompileError || err == UnknownName) err = reason;
+}
+
+Ref<SemBase> Failed(FunctionResultMode mode) {
+  return mode == kResultNeeded ? SemCode::New(IRDataType(kTypeInteger), nullptr) : SemCode::New(IRDataType(), nullptr);
+}
+
+Ref<SemBase> ReportFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode) {
+  if (err != kNoCompileError) Error(err, name ? name->Location() : SourceLocation(CurrentSourceLine()));
+  return Failed(mode);
+}
+
+Ref<SemBase> NullCode() { return SemCode::New(IRDataType(), nullptr); }
+
+bool SubscriptNonArray(Ref<SemBase> const& args, IRDataType const& type) {
+  if (!args) return false;
+  IRDataType t = type.GetMainType() == kTypeReference ? type.AsElement() : type;
+  return t.GetMainType() != kTypeArray;
+}
+
+// Selection, then the call; `err` keeps the reason when nothing fits.
+Ref<SemBase> SelectAndCall(MethodList const& list, Ref<SemBase> const& args, FunctionResultMode mode,
+                           CompileErrorCode& err) {
+  CompileErrorCode reason = kNoCompileError;
+  FunctionDeclaration* chosen = SelectAppropriateVariant(list, args, mode, &reason);
+  if (!chosen) {
+    Keep(err, reason);
+    return Ref<SemBase>();
+  }
+  return CompileCall(chosen, args);
+}
+
+// Array elements come with arrays; until then a subscripted variable is
+// refused rather than read as a whole.
+Ref<SemBase> PendingArrayElement(Ref<SemBase> const& target) {
+  ReportNotYetSupported("array element", &target->Location());
+  return SemCode::New(IRDataType(kTypeInteger), &target->Location());
+}
+
+// A variable reached by `target` (a plain symbol value).
+Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                           CompileErrorCode& err) {
+  if (SubscriptNonArray(args, target->GetType())) {
+    Keep(err, NotAnArray);
+    return Ref<SemBase>();
+  }
+  if (value) {
+    Ref<SemBase> code = NullCode();
+    if (args) return PendingArrayElement(target);
+    AssignToSymbol(target->GetAddr(), value, code);
+    return code;
+  }
+  if (mode == kResultStatement) {
+    Keep(err, NotAStatement);
+    return Ref<SemBase>();
+  }
+  if (args) return PendingArrayElement(target);
+  return target;
+}
+
+Ref<SemBase> AccessConstant(Ref<SemBase> name, ConstantDeclaration* constant, Ref<SemBase> args, Ref<SemBase> value,
+                            FunctionResultMode mode, CompileErrorCode& err) {
+  if (value) {
+    Keep(err, ReadOnlyMember);
+    return Ref<SemBase>();
+  }
+  if (args) {
+    Keep(err, TooManyArguments);
+    return Ref<SemBase>();
+  }
+  if (mode == kResultStatement) {
+    Keep(err, NotAStatement);
+    return Ref<SemBase>();
+  }
+  return SemValue::New(CurrentTLP()->GetLiteral(constant->GetValue(), constant->GetType()), &name->Location());
+}
+
+Ref<SemBase> AccessModuleProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
+                                  Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
+  if (value && mode == kResultNeeded) {
+    Keep(err, NotAStatement);
+    return Ref<SemBase>();
+  }
+  if (property->isComputed) {
+    ReportNotYetSupported("computed property", &loc);
+    return Failed(mode);
+  }
+  Ref<SemBase> target =
+      SemValue::New(gContext->GetStaticSymbolAddr(property->GetType(), property->GetLinkName()), &loc);
+  return AccessStorage(target, args, value, mode, err);
+}
+
+// A field of the class being compiled, through `self`.
+Ref<SemBase> AccessSelfProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
+                                Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
+  if (value && mode == kResultNeeded) {
+    Keep(err, TypeMismatch);
+    return Ref<SemBase>();
+  }
+  if (property->isComputed) {
+    ReportNotYetSupported("computed property", &loc);
+    return Failed(mode);
+  }
+  Ref<SemBase> target = SemValue::New(
+      gContext->GetObjectSymbolAddr(property->GetType(), property->GetLinkName(), (unsigned)property->GetOffset()),
+      &loc);
+  return AccessStorage(target, args, value, mode, err);
+}
+
+// Another object's property needs the storage references of the object
+// run-time.
+Ref<SemBase> AccessInstanceProperty(Ref<SemBase> object, PropertyDeclaration*, Ref<SemBase>, Ref<SemBase>,
+                                    FunctionResultMode mode, CompileErrorCode&) {
+  ReportNotYetSupported("property", &object->Location());
+  return Failed(mode);
+}
+
+// Nil checks come with the object run-time; a method call on an object
+// passes the object as it is until then.
+Ref<SemBase> CheckForNilObject(Ref<SemBase> object) { return object; }
+
+bool IsAncestorOf(ClassDeclaration* candidate, ClassDeclaration* cls) {
+  int steps = 0;
+  for (ClassDeclaration* c = cls ? cls->GetParent() : nullptr; c && steps < kMaxAncestorWalk;
+       c = c->GetParent(), ++steps)
+    if (c == candidate) return true;
+  return false;
+}
+
+Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
+                                 FunctionResultMode mode) {
+  CompileErrorCode err = UnknownName;
+  string text = name->toString();
+  IRDataType type = left->GetType();
+  if (type.GetMainType() == kTypeReference) type = type.AsElement();
+  ClassDeclaration* cls = LookupClassByName(type.GetClass());
+  left = CheckForNilObject(left);
+  if (cls) {
+    MethodList methods = cls->LookupMethodsByBase(text, Filter(value));
+    if (HasMethods(methods)) {
+      Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
+      CompileErrorCode reason = kNoCompileError;
+      FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
+      if (chosen && CurrentlyHasPermissionToAccess(cls, chosen->GetScope())) return CompileCall(chosen, callArgs);
+      Keep(err, chosen ? InaccessibleMethod : reason);
+    }
+    if (PropertyDeclaration* property = cls->LookupProperty(text)) {
+      if (CurrentlyHasPermissionToAccess(cls, property->GetScope()))
+        return AccessInstanceProperty(left, property, args, value, mode, err);
+      err = InaccessibleMember;
+    }
+    if (ConstantDeclaration* constant = cls->LookupConstant(text)) {
+      if (CurrentlyHasPermissionToAccess(cls, constant->GetScope())) {
+        if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+      } else {
+        err = InaccessibleMember;
+      }
+    }
+    MethodList lookup = cls->LookupMethodsByBase(string("Operator_Lookup"), Filter(value));
+    if (HasMethods(lookup)) {
+      Ref<SemBase> member = SemValue::New(CurrentTLP()->GetLiteral(text), &name->Location());
+      Ref<SemBase> callArgs = WithFirst(left->Clone(), WithFirst(member, AssignedArguments(args, value)));
+      CompileErrorCode reason = kNoCompileError;
+      FunctionDeclaration* chosen = SelectAppropriateVariant(lookup, callArgs, mode, &reason);
+      if (chosen && CurrentlyHasPermissionToAccess(cls, chosen->GetScope())) return CompileCall(chosen, callArgs);
+      Keep(err, chosen ? InaccessibleMethod : reason);
+    }
+  }
+  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends);
+  if (HasMethods(extensions)) {
+    Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
+    if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
+  }
+  return ReportFailure(err, name, mode);
+}
+
+Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
+                               FunctionResultMode mode) {
+  CompileErrorCode err = UnknownName;
+  string text = name->toString();
+  ModuleDeclaration* module = gContext->rootModule ? gContext->rootModule->LookupModule(left->toString()) : nullptr;
+  if (!module) return ReportFailure(err, name, kResultStatement);
+  MethodList methods = module->LookupMethodsByBase(text, Filter(value));
+  if (HasMethods(methods)) {
+    Ref<SemBase> callArgs = AssignedArguments(args, value);
+    CompileErrorCode reason = kNoCompileError;
+    FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
+    if (chosen && chosen->GetScope() != ScopedDeclaration::kScopePrivate) return CompileCall(chosen, callArgs);
+    Keep(err, chosen ? InaccessibleMethod : reason);
+  }
+  if (PropertyDeclaration* property = module->LookupProperty(text)) {
+    if (property->GetScope() != ScopedDeclaration::kScopePrivate) {
+      CompileErrorCode reason = kNoCompileError;
+      if (Ref<SemBase> r = AccessModuleProperty(property, name->Location(), args, value, mode, reason)) return r;
+      Keep(err, reason);
+    } else {
+      err = InaccessibleMember;
+    }
+  }
+  if (ConstantDeclaration* constant = module->LookupConstant(text)) {
+    if (constant->GetScope() != ScopedDeclaration::kScopePrivate) {
+      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+    } else {
+      err = InaccessibleMember;
+    }
+  }
+  return ReportFailure(err, name, kResultStatement);
+}
+
+Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
+                                    FunctionResultMode mode) {
+  CompileErrorCode err = UnknownName;
+  string text = name->toString();
+  ClassDeclaration* cls = LookupClassByName(left->toString());
+  ClassDeclaration* ancestor = gContext->inClass && IsAncestorOf(cls, gContext->currentClass) ? cls : nullptr;
+  if (ancestor) {
+    MethodList methods = ancestor->LookupMethodsByBase(text, Filter(value));
+    Ref<SemBase> self = FindLocalSymbol(SemIdentifier::New(string("self"), name->Location()));
+    if (HasMethods(methods) && self) {
+      Ref<SemBase> callArgs = WithFirst(self, AssignedArguments(args, value));
+      CompileErrorCode reason = kNoCompileError;
+      FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
+      if (chosen && CurrentlyHasPermissionToAccess(ancestor, chosen->GetScope()))
+        return CompileStaticCall(chosen, callArgs);
+      Keep(err, chosen ? InaccessibleMethod : reason);
+    }
+  }
+  if (ConstantDeclaration* constant = cls ? cls->LookupConstant(text) : nullptr) {
+    if (CurrentlyHasPermissionToAccess(cls, constant->GetScope())) {
+      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+    } else {
+      err = InaccessibleMember;
+    }
+  }
+  return ReportFailure(err, name, kResultStatement);
+}
+
+Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
+                                  FunctionResultMode mode) {
+  CompileErrorCode err = UnknownName;
+  string text = name->toString();
+  IRDataType type = left->GetType();
+  if (type.GetMainType() == kTypeReference) type = type.AsElement();
+  // Colour and array methods come with their own steps; until then a name
+  // that could be one falls through to the extension methods.
+  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, kFilterExtends);
+  if (HasMethods(extensions)) {
+    Ref<SemBase> callArgs = WithFirst(left->Clone(), CloneOf(args));
+    if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
+  }
+  return ReportFailure(err, name, kResultStatement);
+}
+
+// Steps 1 to 3 of a bare name; null if no scope took it.
+Ref<SemBase> LookupInScopes(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                            CompileErrorCode& err, bool& isAccess) {
+  string text = name->toString();
+  isAccess = true;
+  if (FunctionDeclaration* function = gContext->currentFunction) {
+    if (Ref<SemBase> local = FindLocalSymbol(name)) {
+      if (Ref<SemBase> r = AccessStorage(local, args, value, mode, err)) return r;
+    }
+    if (ConstantDeclaration* constant = function->LookupConstant(text)) {
+      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+    }
+    MethodList methods = function->LookupMethodsByBase(text, Filter(value));
+    if (HasMethods(methods)) {
+      isAccess = false;
+      CompileErrorCode reason = kNoCompileError;
+      FunctionDeclaration* chosen = SelectAppropriateVariant(methods, args, mode, &reason);
+      if (chosen) return CompileCall(chosen, args);
+      Keep(err, reason ? reason : ArgumentTypeMismatch);
+      isAccess = true;
+    }
+  }
+  if (gContext->inClass && gContext->currentClass) {
+    ClassDeclaration* cls = gContext->currentClass;
+    if (PropertyDeclaration* property = cls->LookupProperty(text)) {
+      if (Ref<SemBase> r = AccessSelfProperty(property, name->Location(), args, value, mode, err)) return r;
+    }
+    if (ConstantDeclaration* constant = cls->LookupConstant(text)) {
+      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+    }
+    MethodList methods = cls->LookupMethodsByBase(text, Filter(value));
+    if (!value) {
+      if (FunctionDeclaration* event = cls->LookupEvent(text)) {
+        if (!methods) methods.BindNewObject(new SimpleVector<FunctionDeclaration*>());
+        methods->push_back(event);
+      }
+    }
+    if (HasMethods(methods)) {
+      Ref<SemBase> callArgs = WithFirst(CompileSelf(), AssignedArguments(args, value));
+      isAccess = false;
+      if (Ref<SemBase> r = SelectAndCall(methods, callArgs, mode, err)) return r;
+      isAccess = true;
+    }
+  }
+  ModuleDeclaration* module = gContext->CurrentModule();
+  if (!module) return Ref<SemBase>();
+  if (PropertyDeclaration* property = module->LookupProperty(text)) {
+    if (Ref<SemBase> r = AccessModuleProperty(property, name->Location(), args, value, mode, err)) return r;
+  }
+  if (ConstantDeclaration* constant = module->LookupConstant(text)) {
+    if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
+  }
+  MethodList methods = module->LookupMethodsByBase(text, Filter(value));
+  if (HasMethods(methods)) {
+    isAccess = false;
+    if (Ref<SemBase> r = SelectAndCall(methods, AssignedArguments(args, value), mode, err)) return r;
+  }
+  return Ref<SemBase>();
+}
+
+Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                    CompileErrorCode err, bool isCall) {
+  if (!name || !gContext) return Failed(mode);
+  bool isAccess = false;
+  if (Ref<SemBase> found = LookupInScopes(name, args, value, mode, err, isAccess)) {
+    // `Call x` names a variable, property or constant: it is no call.
+    if (isCall && isAccess) return ReportFailure(NotAStatement, name, mode);
+    return found;
+  }
+  if (value) return ReportFailure(err, name, mode);
+  string text = name->toString();
+  ModuleDeclaration* module = gContext->CurrentModule();
+  if (ClassDeclaration* cls = module ? module->LookupClass(text) : nullptr) {
+    (void)cls;
+    if (mode == kResultStatement) return ReportFailure(ResultIgnored, name, mode);
+    if (args) {
+      ReportNotYetSupported("typecast", &name->Location());
+      return Failed(mode);
+    }
+    if (isCall) return ReportFailure(CallNeedsMethod, name, mode);
+    return name;
+  }
+  if (gContext->rootModule && gContext->rootModule->LookupModule(text)) {
+    if (args) return ReportFailure(TooManyArguments, name, mode);
+    if (mode == kResultStatement) return ReportFailure(ResultIgnored, name, mode);
+    if (isCall) return ReportFailure(CallNeedsMethod, name, mode);
+    return name;
+  }
+  if (isCall) err = CallNeedsMethod;
+  return ReportFailure(err, name, mode);
+}
+
+}  // namespace
+
 Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
                            CompileErrorCode defaultError, bool isCallStatement) {
-  Ref<SemBase> result = mode == kResultNeeded ? PlaceholderValue() : PlaceholderStatement();
-  (void)isCallStatement;
+  Ref<SemBase> result = Lookup(name, args, value, mode, defaultError, isCallStatement);
   return TraceRoutine("CompileLookup", result, {name, args, value}, {mode, defaultError});
 }
 
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode) {
-  Ref<SemBase> result = mode == kResultNeeded ? PlaceholderValue() : PlaceholderStatement();
+  Ref<SemBase> result;
+  if (!left || !name || !gContext) {
+    result = Failed(mode);
+  } else if (left->IsIdentifier()) {
+    string text = left->toString();
+    if (LookupClassByName(text))
+      result = StaticClassScopeLookup(left, name, args, value, mode);
+    else if (gContext->rootModule && gContext->rootModule->LookupModule(text))
+      result = ModuleScopeLookup(left, name, args, value, mode);
+    else
+      result = ReportFailure(UnknownName, left, kResultStatement);
+  } else {
+    IRDataType type = left->GetType();
+    if (type.GetMainType() == kTypeReference) type = type.AsElement();
+    result = type.GetMainType() == kTypeObject ? InstanceScopeLookup(left, name, args, value, mode)
+                                                : IntrinsicScopeLookup(left, name, args, value, mode);
+  }
   return TraceRoutine("CompileScopeLookup", result, {left, name, args, value}, {mode});
 }

@@ -1,5 +1,7 @@
 #include "codebuild/Placeholders.h"
 
+#include "diag/CompileError.h"
+
 RoutineTraceHook gRoutineTraceHook = nullptr;
 
 Ref<SemBase> PlaceholderValue() { return SemCode::New(IRDataType(kTypeInteger), nullptr); }
@@ -19,4 +21,22 @@ Ref<SemBase> TraceRoutine(char const* routine, Ref<SemBase> result,
     if (call.numberCount < RoutineCall::kMaxNumbers) call.numbers[call.numberCount++] = number;
   gRoutineTraceHook(call);
   return result;
+}
+
+void ReportNotYetSupported(char const* construct, SourceLocation const* where) {
+  SimpleVector<string> words;
+  words.push_back(string(construct));
+  Error(NotYetSupported, where ? *where : SourceLocation(CurrentSourceLine()), words);
+}
+
+Ref<SemBase> PendingRoutine(char const* routine, char const* construct, SourceLocation const* where,
+                            Ref<SemBase> result, std::initializer_list<Ref<SemBase>> operands,
+                            std::initializer_list<long> numbers) {
+  // Without a location of its own, the report goes to the first operand's
+  // line: a closing routine runs at the end of its construct.
+  if (!where)
+    for (Ref<SemBase> const& operand : operands)
+      if (operand && !where) where = &operand->Location();
+  ReportNotYetSupported(construct, where);
+  return TraceRoutine(routine, result, operands, numbers);
 }

@@ -38,6 +38,15 @@ Ref<SemBase> PlaceholderValue();
 // A SemCode with no lines and no result.
 Ref<SemBase> PlaceholderStatement();
 
+// A routine whose code building has not landed: reports NotYetSupported
+// with the construct's word at `where` (the current line if null), then
+// traces the call as TraceRoutine does and returns `result`.
+Ref<SemBase> PendingRoutine(char const* routine, char const* construct, SourceLocation const* where,
+                            Ref<SemBase> result, std::initializer_list<Ref<SemBase>> operands,
+                            std::initializer_list<long> numbers = {});
+// The report alone.
+void ReportNotYetSupported(char const* construct, SourceLocation const* where);
+
 // Reports the call to the trace hook, if one is set, and returns `result`.
 Ref<SemBase> TraceRoutine(char const* routine, Ref<SemBase> result,
                           std::initializer_list<Ref<SemBase>> operands,

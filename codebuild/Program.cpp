@@ -1,6 +1,7 @@
 #include "codebuild/Program.h"
 
 #include "ir/LabelUtilities.h"
+#include "codebuild/Assignments.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "frontend/Lexer.h"
@@ -33,9 +34,22 @@ static void AppendMainStatements(Ref<SemBase> program, Ref<SemBase> statements) 
   program->AddLine(tac_Label, end, nilTacAddr, nilTacAddr);
 }
 
-// Not finished: the release of the globals at the end of the main program
-// (the finalisation of the global table) needs variable lifetime, which has
-// not landed, so the globals are not released yet.
+// The globals of the program are the properties of its modules, which live
+// in the data area rather than in the global table: each counted one is
+// released at the end of the main program as well as the table's symbols
+// (the main program's temporaries), or every run would leak what they hold.
+static void ReleaseModuleProperties(ModuleDeclaration* module, Ref<SemBase> program, int depth) {
+  if (!module || depth > 64) return;
+  for (unsigned int i = 0; i < module->CountProperties(); ++i) {
+    PropertyDeclaration* p = module->GetProperty(i);
+    if (p->isComputed || p->GetType().GetMainType() != kTypeString) continue;
+    TacAddr const* addr = gContext->GetStaticSymbolAddr(p->GetType(), p->GetLinkName());
+    program->AddLine(tac_Unlock, addr, nilTacAddr, nilTacAddr);
+  }
+  for (unsigned int i = 0; i < module->CountModules(); ++i)
+    ReleaseModuleProperties(module->GetModule(i), program, depth + 1);
+}
+
 Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) {
   TraceRoutine("CompileProgram", Ref<SemBase>(), {declarations, statements});
   Ref<SemBase> program = SemCode::New(IRDataType(), nullptr);
@@ -45,6 +59,8 @@ Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) 
   program->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeInit), nilTacAddr, nilTacAddr);
   if (declarations) AppendDeclarations(program, declarations, false);
   AppendMainStatements(program, statements);
+  FinalizeSymbols(CurrentSymbolTableList()->GetGlobalTable(), program);
+  ReleaseModuleProperties(gContext->rootModule, program, 0);
   Ref<SemBase> status = program->NewTemp(IRDataType(kTypeInteger), nullptr);
   program->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeExit), nilTacAddr, status->GetAddr());
   program->AddLine(tac_PutRetval, status->GetAddr(), nilTacAddr, nilTacAddr);
@@ -59,6 +75,7 @@ Ref<SemBase> CompileModule(Ref<SemBase> name) {
   string text = name ? name->toString() : string("");
   unsigned long index = NewSymTable(StaticStorage, text);
   if (gContext) {
+    gContext->moduleStack.push_back(gContext->inModule ? gContext->currentModule : nullptr);
     ModuleDeclaration* outer = gContext->CurrentModule();
     gContext->currentModule = outer ? outer->LookupModule(text) : nullptr;
     gContext->inModule = true;
@@ -68,8 +85,9 @@ Ref<SemBase> CompileModule(Ref<SemBase> name) {
 
 Ref<SemBase> CompileEndModule(Ref<SemBase>, Ref<SemBase> members) {
   if (gContext) {
-    gContext->inModule = false;
-    gContext->currentModule = nullptr;
+    ModuleDeclaration* outer = gContext->moduleStack.size() ? gContext->moduleStack.pop_back() : nullptr;
+    gContext->inModule = outer != nullptr;
+    gContext->currentModule = outer;
   }
   PopSymTable();
   return members;

@@ -19,6 +19,6 @@ Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements);
 // At the head of `Module Name`: opens the module's table and makes the
 // module current; returns a SemValue of the table's index.
 Ref<SemBase> CompileModule(Ref<SemBase> name);
-// At `End Module`: closes the table; modules don't nest in this respect, so
-// no outer module is current afterwards. Returns `members`.
+// At `End Module`: closes the table and makes the enclosing module current
+// again. Returns `members`.
 Ref<SemBase> CompileEndModule(Ref<SemBase> table, Ref<SemBase> members);

@@ -1,6 +1,6 @@
 #include "codebuild/Statements.h"
 
-#include "codebuild/Finalization.h"
+#include "codebuild/Assignments.h"
 #include "frontend/SrcContext.h"
 #include "semantic/SymbolUtilities.h"
 

@@ -20,6 +20,9 @@
 // From 96 on, the codes say why a text could not be compiled at all (an
 // `#if` left open, a source too large, memory run out, a NUL byte) or that
 // the compiler itself failed (InternalError): a host must hear of those too.
+// NotYetSupported names (in its one word) a construct that the compiler
+// parses but cannot build code for yet: the compile fails instead of
+// running a program with a piece missing.
 #define KV_COMPILE_ERRORS(X)             \
   X(SyntaxError, 1)                      \
   X(TypeMismatch, 2)                     \
@@ -113,7 +116,8 @@
   X(SourceTooLarge, 97)                 \
   X(OutOfMemory, 98)                    \
   X(NulInSource, 99)                    \
-  X(InternalError, 100)
+  X(InternalError, 100)                  \
+  X(NotYetSupported, 101)
 
 enum CompileErrorCode : int {
   kNoCompileError = 0,

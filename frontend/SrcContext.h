@@ -61,6 +61,9 @@ public:
   // The exit label of each open loop.
   SimpleVector<TacAddr const*> exitTargets;
   PropertyDeclaration* currentProperty = nullptr;
+  // The module current outside each open `Module` (null: none), innermost
+  // last, so that `End Module` gives the enclosing one back.
+  SimpleVector<ModuleDeclaration*> moduleStack;
   // The flags in force, and those saved at the start of each open method.
   LanguageOptions options;
   SimpleVector<LanguageOptions> optionStack;
