@@ -72,10 +72,12 @@ Ref<SemBase> SelfFirst(Ref<SemBase> args, Ref<SemBase> code, Ref<SemBase>& self)
   IRDataType type = all[0]->GetType();
   if (type.GetMainType() == kTypeReference) type = type.AsElement();
   self = CompileRefAs(all[0], type, code);
-  Ref<SemBase> rebuilt;
-  rebuilt = ConcatList(rebuilt, self);
-  for (unsigned long i = 1; i < all.size(); ++i) rebuilt = ConcatList(rebuilt, all[i]);
-  return rebuilt;
+  // The rest keep their chain; the object, which may be the very first
+  // element, is cut loose from it before it heads the new list, or the
+  // chain would loop back on itself.
+  Ref<SemBase> rest = all.size() > 1 ? all[1] : Ref<SemBase>();
+  self->next = Ref<SemBase>();
+  return ConcatList(self, rest);
 }
 
 void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* dest, Ref<SemBase> code) {
