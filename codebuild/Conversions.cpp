@@ -283,9 +283,10 @@ Ref<SemBase> CompileDereference(Ref<SemBase> value, Ref<SemBase> code) {
 Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
   if (!value || !code) return value;
   if (value->GetType().Null()) {
-    // A value that failed earlier has been reported there; a Sub's missing
-    // result has not.
-    ReportMismatch(target, value);
+    // Code without a result is an expression that failed and was reported
+    // where it failed; anything else without a type (a class or module
+    // name used as a value) is reported here.
+    if (!value->Code()) ReportMismatch(target, value);
     return value;
   }
   value = FlattenExpression(value, code);

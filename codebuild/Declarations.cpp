@@ -86,6 +86,10 @@ bool RefusePendingType(IRDataType const& type, SourceLocation const& where) {
     return true;
   }
   if (main == kTypeObject) {
+    // An unknown class has been reported as such already.
+    string name = type.GetClass();
+    ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
+    if (name.Length() && !(module && module->LookupClass(name))) return true;
     ReportNotYetSupported("Object", &where);
     return true;
   }

@@ -425,7 +425,12 @@ static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
     ReportNotYetSupported("object operator", &value->Location());
     return PlaceholderValue();
   }
-  if (value->IsConstant()) return ConstantNegation(value);
+  if (value->IsConstant()) {
+    Ref<SemBase> negated = ConstantNegation(value);
+    // A refused constant leaves code without a result, never a null handle,
+    // which an assignment would read as "no value".
+    return negated ? negated : SemCode::New(IRDataType(), &value->Location());
+  }
   IRDataType element(type.GetElementType());
   Ref<SemBase> code = SemCode::New(element, nullptr);
   if (type.GetMainType() == kTypeReference) value = CompileRefAs(value, element, code);
@@ -458,7 +463,9 @@ Ref<SemBase> CompileNilLiteral() {
 }
 
 Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  return PendingRoutine("CompileNew", "New", nullptr, PlaceholderValue(), {classIdentifier, args}, {callConstructor ? 1 : 0});
+  // The value has the class's type, so that its uses report nothing more.
+  Ref<SemBase> value = classIdentifier ? SemCode::New(classIdentifier->GetType(), nullptr) : PlaceholderValue();
+  return PendingRoutine("CompileNew", "New", nullptr, value, {classIdentifier, args}, {callConstructor ? 1 : 0});
 }
 
 Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {

@@ -29,6 +29,7 @@ bool BlockIsFunction(TacBlock* block) {
 }
 
 void AddSelfParameter() {
+  TraceRoutine("AddSelfParameter", Ref<SemBase>(), {});
   if (!gContext || !gContext->inClass || !gContext->currentClass) return;
   Ref<SemBase> self = SemIdentifier::New(string("self"));
   self->SetType(IRDataType(gContext->currentClass->GetName()));
@@ -189,13 +190,14 @@ Ref<SemBase> CompileParameter(Ref<SemBase> modifiers, Ref<SemBase> name, Ref<Sem
   name->SetType(modified);
   AddDeclaredName(name);
   RefusePendingType(modified, name->Location());
-  return ConcatList(modifiers, name);
+  return TraceRoutine("CompileParameter", ConcatList(modifiers, name), {modifiers, name, type, defaultValue});
 }
 
 Ref<SemBase> CompileMeParam() { return SemIdentifier::New(string("me")); }
 
 void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> returnType,
                      Ref<SemBase> handledEvent) {
+  TraceRoutine("CompileFunction", Ref<SemBase>(), {name, parameters, returnType, handledEvent});
   if (!gContext) return;
   gContext->currentFunction = nullptr;
   if (name) {
@@ -223,7 +225,8 @@ void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> re
 }
 
 Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBase> parameters,
-                                Ref<SemBase>, Ref<SemBase> body) {
+                                Ref<SemBase> handledEvent, Ref<SemBase> body) {
+  TraceRoutine("CompileEndFunction", Ref<SemBase>(), {name, table, parameters, handledEvent, body});
   Ref<SemBase> code = SemCode::New(IRDataType(), name ? &name->Location() : nullptr);
   FunctionDeclaration* function = gContext ? gContext->currentFunction : nullptr;
   if (!function) {
@@ -272,6 +275,7 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
 }
 
 Ref<SemBase> CompileReturn(Ref<SemBase> value) {
+  TraceRoutine("CompileReturn", Ref<SemBase>(), {value});
   Ref<SemBase> code = SemCode::New(IRDataType(), value ? &value->Location() : nullptr);
   FunctionDeclaration* function = gContext ? gContext->currentFunction : nullptr;
   if (value) {

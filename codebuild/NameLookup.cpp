@@ -26,6 +26,13 @@ using MethodList = Ref<SimpleVector<FunctionDeclaration*>>;
 
 constexpr int kMaxAncestorWalk = 4096;
 
+// The Extends methods the current module sees; none without a module
+// (a parse with no declarations mined).
+MethodList ExtensionMethods(string const& text, MethodFilter filter) {
+  ModuleDeclaration* module = gContext->CurrentModule();
+  return module ? module->LookupMethodsByBase(text, filter) : MethodList();
+}
+
 bool HasMethods(MethodList const& list) { return list && list->size() > 0; }
 
 MethodFilter Filter(Ref<SemBase> const& value) { return value ? kFilterAssigns : kFilterPlain; }
@@ -214,7 +221,7 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
       Keep(err, chosen ? InaccessibleMethod : reason);
     }
   }
-  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends);
+  MethodList extensions = ExtensionMethods(text, value ? kFilterExtendsAssigns : kFilterExtends);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
@@ -291,7 +298,7 @@ Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemB
   if (type.GetMainType() == kTypeReference) type = type.AsElement();
   // Colour and array methods come with their own steps; until then a name
   // that could be one falls through to the extension methods.
-  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, kFilterExtends);
+  MethodList extensions = ExtensionMethods(text, kFilterExtends);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), CloneOf(args));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;

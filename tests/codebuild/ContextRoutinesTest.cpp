@@ -22,10 +22,13 @@ protected:
   void TearDown() override {
     gRoutineTraceHook = nullptr;
     RoutineTrace::Current() = nullptr;
+    mContext->rootModule = nullptr;
     CompileFixture::TearDown();
   }
 
+  // As a compilation does: the declarations are mined first.
   int Parse(char const* text) {
+    mContext->rootModule = Mine(text);
     InitLexer(text);
     return yyparse();
   }
@@ -123,7 +126,8 @@ TEST_F(Context, LocalsEnterTheMethodsTableWithTheirTypes) {
     ASSERT_EQ(Parse(text.c_str()), 0) << c.dims << Errors();
     EXPECT_EQ(Locals(), c.symbols) << c.dims;
   }
-  EXPECT_TRUE(mDelegate.errors.empty()) << Errors();
+  // Arrays are declared but not yet allocated, which each array reports.
+  for (ReportedError const& e : mDelegate.errors) EXPECT_EQ(e.code, NotYetSupported) << Errors();
 }
 
 // `Dim a, b As Integer = f()` calls f once: the call's lines move into the

@@ -3,7 +3,7 @@
 # run, and what it printed, what it reported and how it exited are compared
 # with what the script itself says it expects:
 #   ' expect: TEXT                 this line prints TEXT (in order, one per marker)
-#   ' expect error NAME            a compile error NAME is reported on this line
+#   ' expect error NAME [NAME...]  these compile errors are reported on this line, in order
 #   ' expect runtime error CLASS   the run ends in an unhandled CLASS exception
 # A script with error markers must exit 1 and print nothing; one with a
 # runtime error marker must print what it expects, then exit 2 and name the
@@ -33,8 +33,9 @@ check_script() {
     expected_out=$(grep -o "' expect: .*" "$file" | sed "s/^' expect: //")
   fi
   expected_err=$(awk -v f="$rel" '
-    match($0, /'"'"' expect error [A-Za-z]+/) {
-      name = substr($0, RSTART + 15, RLENGTH - 15); print f ":" NR ": " name }' "$file")
+    match($0, /'"'"' expect error [A-Za-z]+( [A-Za-z]+)*/) {
+      n = split(substr($0, RSTART + 15, RLENGTH - 15), names, " ")
+      for (i = 1; i <= n; ++i) print f ":" NR ": " names[i] }' "$file")
   local expected_raise
   expected_raise=$(awk -v f="$rel" '
     match($0, /'"'"' expect runtime error [A-Za-z]+/) {

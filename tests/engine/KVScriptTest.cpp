@@ -163,7 +163,7 @@ TEST_F(KvScriptTest, EveryTransitionOfTheStateTable) {
       {kRuntimeError, 0, 3, false}, {kRuntimeError, 1, 3, false},
       {kRuntimeError, 2, 3, false}, {kRuntimeError, 3, 3, false},
   };
-  SetSource("Print 1");
+  SetSource("Print \"1\"");
   for (TransitionCase const& c : cases) {
     SCOPED_TRACE(std::string(kOperationNames[c.operation]) + " from state " +
                  std::to_string(c.before));
@@ -176,7 +176,7 @@ TEST_F(KvScriptTest, EveryTransitionOfTheStateTable) {
       case kPartialRun: EXPECT_TRUE(StandInCallMethod(mScript, "PartialRun", 10)); break;
       case kReset: EXPECT_TRUE(StandInCallMethod(mScript, "Reset")); break;
       case kPrecompile: EXPECT_TRUE(StandInCallMethod(mScript, "Precompile")); break;
-      case kSetSource: SetSource("Print 2"); break;
+      case kSetSource: SetSource("Print \"2\""); break;
       case kSetContext: EXPECT_TRUE(StandInSetObjectProperty(mScript, "Context", nullptr)); break;
       case kCompileError: Engine()->CompilerError(CompileError(SyntaxError, SourceLocation(1))); break;
       case kRuntimeError: Engine()->ScriptError(kRuntimeErrorUnhandledException, 0); break;

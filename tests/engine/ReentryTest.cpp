@@ -261,6 +261,9 @@ VELDobjectStruct* sOuter = nullptr;
 VELDobjectStruct* sInner = nullptr;
 
 void OnCompilerError(VELDobjectStruct* object, long line, long number, VELDstringStruct*) {
+  // The texts use objects, whose code is not built yet; only the unknown
+  // classes they name matter here.
+  if (number == NotYetSupported) return;
   sReports.push_back({object, line, number});
   if (object != sOuter || sReports.size() != 1) return;
   // The outer compile is inside its parse: another compile starts, and the

@@ -131,7 +131,9 @@ inline ParseOutcome ParseText(char const* text, RoutineTrace* trace = nullptr, R
   InitLexer(text);
   ParseOutcome outcome;
   outcome.result = yyparse();
-  outcome.errors = delegate->errors;
+  // Constructs whose code is not built yet are no concern of the grammar.
+  for (ReportedError const& e : delegate->errors)
+    if (e.code != NotYetSupported) outcome.errors.push_back(e);
   if (!withDelegate && context->hadError) outcome.errors.push_back({kNoCompileError, -1});
   gRoutineTraceHook = nullptr;
   RoutineTrace::Current() = nullptr;

@@ -243,7 +243,7 @@ TEST_P(GrammarReports, NamedErrorAndParsesOn) {
 INSTANTIATE_TEST_SUITE_P(Texts, GrammarReports, ::testing::ValuesIn(kNamedErrors));
 
 TEST(GrammarReports, MissingThenOnlyForBlockIfNotElseIf) {
-  ParseOutcome outcome = ParseText("If a Then\nElseIf b Then\nEnd If\nIf c\nEnd If\n");
+  ParseOutcome outcome = ParseText("If True Then\nElseIf False Then\nEnd If\nIf True\nEnd If\n");
   EXPECT_EQ(outcome.result, 0);
   ASSERT_EQ(outcome.errors.size(), 1u) << outcome.Describe();
   EXPECT_EQ(outcome.errors[0].code, MissingThen);
@@ -271,9 +271,11 @@ TEST(GrammarPoll, DelegateHearsProgressAndCanStop) {
   EXPECT_EQ(delegate.polls, 4);
   EXPECT_TRUE(delegate.lastLine > 0 && delegate.lastLine < 3) << "stopped mid-text, at " << delegate.lastLine;
   EXPECT_EQ(delegate.lastTotal, 4);
-  EXPECT_TRUE(outcome.errors.empty()) << outcome.Describe();
-  EXPECT_EQ(ParseText("Dim Catch As Integer\nx = 1\n", nullptr, nullptr, false).result, 1);
-  EXPECT_EQ(ParseText("Dim a As Integer\nx = 1\n", nullptr, nullptr, false).result, 0);
+  EXPECT_FALSE(outcome.Has(SyntaxError)) << outcome.Describe();
+  // No declarations are mined here, so only statements that name nothing
+  // parse without a report.
+  EXPECT_EQ(ParseText("Dim Catch As Integer\nReturn\n", nullptr, nullptr, false).result, 1);
+  EXPECT_EQ(ParseText("Return\nReturn\n", nullptr, nullptr, false).result, 0);
 }
 
 }  // namespace
