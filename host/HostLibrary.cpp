@@ -99,17 +99,27 @@ struct Units {
   size_t Length() const { return start.back(); }
 };
 
-// The code point of the character of `length` bytes at `p`; a stray or
-// broken sequence stands for its first byte.
+// The bytes a UTF-8 sequence with this lead byte takes; 1 for a byte that
+// leads none.
+size_t SequenceLength(unsigned char lead) {
+  if (lead >= 0xC0 && lead < 0xE0) return 2;
+  if (lead >= 0xE0 && lead < 0xF0) return 3;
+  if (lead >= 0xF0 && lead < 0xF8) return 4;
+  return 1;
+}
+
+// The code point of the character of `length` bytes at `p`; a stray byte
+// or a sequence cut short stands for its first byte.
 uint32_t DecodeUTF8(unsigned char const* p, size_t length) {
   uint32_t lead = p[0];
-  if (length == 1 || lead < 0xC0) return lead;
-  int bits = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 4 : 5;
-  uint32_t code = lead & ((1u << bits) - 1);
+  if (length == 1 || length != SequenceLength(p[0])) return lead;
+  uint32_t code = lead & (0x7Fu >> length);
   for (size_t i = 1; i < length; ++i) code = code << 6 | (p[i] & 0x3F);
   return code;
 }
 
+// A character is a lead byte with the continuation bytes it calls for; a
+// continuation byte beyond those is a character of its own.
 Units Cut(stringStorage* s, bool characters, bool foldCase) {
   Units u;
   u.bytes = stringStorage::CString(s);
@@ -119,8 +129,8 @@ Units Cut(stringStorage* s, bool characters, bool foldCase) {
   size_t at = 0;
   while (at < length) {
     size_t next = at + 1;
-    if (characters)
-      while (next < length && (p[next] & 0xC0) == 0x80) ++next;
+    size_t end = characters ? at + SequenceLength(p[at]) : next;
+    while (next < end && next < length && (p[next] & 0xC0) == 0x80) ++next;
     uint32_t v = characters ? DecodeUTF8(p + at, next - at) : p[at];
     u.start.push_back(at);
     u.value.push_back(v);
@@ -423,7 +433,9 @@ stringStorage* RuntimeOct(long value) { return InBase(value, 3); }
 stringStorage* RuntimeBin(long value) { return InBase(value, 1); }
 
 double RuntimeMicroseconds() { return MonotonicMicroseconds(); }
-long RuntimeTicks() { return (long)(MonotonicMicroseconds() * 60.0 / 1e6); }
+// Ticks wrap around at 32 bits, so that the difference of two stays right in
+// Integer arithmetic however long the machine has been up.
+long RuntimeTicks() { return (long)(uint32_t)(int64_t)(MonotonicMicroseconds() * 60.0 / 1e6); }
 
 // ---------------------------------------------------------------------------
 // Maths and colours: the engine's own run-time functions serve, but for Sign,

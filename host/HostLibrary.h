@@ -7,8 +7,8 @@
 //   `stringStorage*` that the function borrows; a returned string carries
 //   one reference for the caller, and the empty string is null.
 // - Positions count from 1. The plain names count characters of UTF-8
-//   text (a lead byte with its continuation bytes; a stray byte counts as
-//   one); the names ending in B count bytes.
+//   text (a lead byte with the continuation bytes it calls for; a stray
+//   byte counts as one); the names ending in B count bytes.
 // - The plain searching functions (InStr, Replace, ReplaceAll, CountFields,
 //   NthField) match letters without regard to case: the letters of ASCII,
 //   Latin-1, Latin Extended-A, the Greek alphabet (with its accented
@@ -99,7 +99,8 @@ stringStorage* RuntimeOct(long value);
 stringStorage* RuntimeBin(long value);
 
 // Time from a fixed point of the machine's monotonic clock: only
-// differences mean anything. Ticks are sixtieths of a second.
+// differences mean anything. Ticks are sixtieths of a second, wrapping
+// around at 32 bits.
 double RuntimeMicroseconds();
 long RuntimeTicks();
 }
