@@ -27,10 +27,9 @@ struct CaseShift {
   int32_t toLower;
 };
 constexpr CaseShift kCaseShifts[] = {
-    {'A', 'Z', 32},       {0xC0, 0xD6, 32},     {0xD8, 0xDE, 32},     {0x178, 0x178, -121},
-    {0x386, 0x386, 38},   {0x388, 0x38A, 37},   {0x38C, 0x38C, 64},   {0x38E, 0x38F, 63},
-    {0x391, 0x3A1, 32},   {0x3A3, 0x3AB, 32},   {0x400, 0x40F, 80},   {0x410, 0x42F, 32},
-    {0x4C0, 0x4C0, 15},
+    {0xC0, 0xD6, 32},   {0xD8, 0xDE, 32},   {0x178, 0x178, -121}, {0x386, 0x386, 38},
+    {0x388, 0x38A, 37}, {0x38C, 0x38C, 64}, {0x38E, 0x38F, 63},   {0x391, 0x3A1, 32},
+    {0x3A3, 0x3AB, 32}, {0x400, 0x40F, 80}, {0x410, 0x42F, 32},   {0x4C0, 0x4C0, 15},
 };
 
 // Blocks where the cases alternate: each upper case letter sits at an even
@@ -53,7 +52,9 @@ CasePairs const* PairsOf(uint32_t c) {
 
 bool IsPairedUpper(CasePairs const& p, uint32_t c) { return ((c & 1) != 0) == p.upperOdd; }
 
+// ASCII, most of any text, is settled before the tables are searched.
 uint32_t ToUpper(uint32_t c) {
+  if (c < 0x80) return c >= 'a' && c <= 'z' ? c - 32 : c;
   if (c == 0x3C2) return 0x3A3;  // final sigma
   if (CasePairs const* p = PairsOf(c)) return IsPairedUpper(*p, c) ? c : c - 1;
   for (CaseShift const& s : kCaseShifts) {
@@ -64,6 +65,7 @@ uint32_t ToUpper(uint32_t c) {
 }
 
 uint32_t ToLower(uint32_t c) {
+  if (c < 0x80) return c >= 'A' && c <= 'Z' ? c + 32 : c;
   if (CasePairs const* p = PairsOf(c)) return IsPairedUpper(*p, c) ? c + 1 : c;
   for (CaseShift const& s : kCaseShifts)
     if (c >= s.first && c <= s.last) return c + (uint32_t)s.toLower;
