@@ -19,42 +19,73 @@ namespace {
 // ---------------------------------------------------------------------------
 // Text as units: characters of UTF-8, or bytes
 
-// Upper and lower case of the letters the searching functions fold.
+// Upper and lower case of the letters the searching functions fold, as
+// Unicode's simple case mapping has them. Where the two cases stand a fixed
+// distance apart, a run of upper case letters maps onto its lower case run.
+struct CaseShift {
+  uint32_t first, last;  // the upper case letters
+  int32_t toLower;
+};
+constexpr CaseShift kCaseShifts[] = {
+    {0xC0, 0xD6, 32},   {0xD8, 0xDE, 32},   {0x178, 0x178, -121}, {0x386, 0x386, 38},
+    {0x388, 0x38A, 37}, {0x38C, 0x38C, 64}, {0x38E, 0x38F, 63},   {0x391, 0x3A1, 32},
+    {0x3A3, 0x3AB, 32}, {0x400, 0x40F, 80}, {0x410, 0x42F, 32},   {0x4C0, 0x4C0, 15},
+};
+
+// Blocks where the cases alternate: each upper case letter sits at an even
+// code point (an odd one where `upperOdd`) with its lower case one above it.
+struct CasePairs {
+  uint32_t first, last;
+  bool upperOdd;
+};
+constexpr CasePairs kCasePairs[] = {
+    {0x100, 0x12F, false}, {0x132, 0x137, false}, {0x139, 0x148, true},  {0x14A, 0x177, false},
+    {0x179, 0x17E, true},  {0x460, 0x481, false}, {0x48A, 0x4BF, false}, {0x4C1, 0x4CE, true},
+    {0x4D0, 0x52F, false},
+};
+
+CasePairs const* PairsOf(uint32_t c) {
+  for (CasePairs const& p : kCasePairs)
+    if (c >= p.first && c <= p.last) return &p;
+  return nullptr;
+}
+
+bool IsPairedUpper(CasePairs const& p, uint32_t c) { return ((c & 1) != 0) == p.upperOdd; }
+
+// ASCII, most of any text, is settled before the tables are searched.
 uint32_t ToUpper(uint32_t c) {
-  if (c >= 'a' && c <= 'z') return c - 32;
-  if (c < 0x80) return c;
-  if ((c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 0x20;
-  if (c == 0xFF) return 0x178;
-  if (c >= 0x100 && c <= 0x17F) {
-    bool oddUpper = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
-    if (c == 0x130 || c == 0x131 || c == 0x138 || c == 0x149 || c == 0x178 || c == 0x17F) return c;
-    if (oddUpper) return (c & 1) ? c : c - 1;
-    return (c & 1) ? c - 1 : c;
+  if (c < 0x80) return c >= 'a' && c <= 'z' ? c - 32 : c;
+  if (c == 0x3C2) return 0x3A3;  // final sigma
+  if (CasePairs const* p = PairsOf(c)) return IsPairedUpper(*p, c) ? c : c - 1;
+  for (CaseShift const& s : kCaseShifts) {
+    uint32_t upper = c - (uint32_t)s.toLower;
+    if (upper >= s.first && upper <= s.last) return upper;
   }
-  if (c >= 0x3B1 && c <= 0x3C9) return c == 0x3C2 ? 0x3A3 : c - 0x20;
-  if (c >= 0x430 && c <= 0x44F) return c - 0x20;
-  if (c >= 0x450 && c <= 0x45F) return c - 0x50;
   return c;
 }
 
 uint32_t ToLower(uint32_t c) {
-  if (c >= 'A' && c <= 'Z') return c + 32;
-  if (c < 0x80) return c;
-  if ((c >= 0xC0 && c <= 0xDE && c != 0xD7)) return c + 0x20;
-  if (c == 0x178) return 0xFF;
-  if (c >= 0x100 && c <= 0x17F) {
-    bool oddUpper = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
-    if (c == 0x130 || c == 0x131 || c == 0x138 || c == 0x149 || c == 0x17F) return c;
-    if (oddUpper) return (c & 1) ? c + 1 : c;
-    return (c & 1) ? c : c + 1;
-  }
-  if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 0x20;
-  if (c >= 0x410 && c <= 0x42F) return c + 0x20;
-  if (c >= 0x400 && c <= 0x40F) return c + 0x50;
+  if (c < 0x80) return c >= 'A' && c <= 'Z' ? c + 32 : c;
+  if (CasePairs const* p = PairsOf(c)) return IsPairedUpper(*p, c) ? c + 1 : c;
+  for (CaseShift const& s : kCaseShifts)
+    if (c >= s.first && c <= s.last) return c + (uint32_t)s.toLower;
   return c;
 }
 
-bool IsLetterOrDigit(uint32_t c) { return ToUpper(c) != ToLower(c) || (c >= '0' && c <= '9'); }
+// Letters of these blocks that have no partner in the other case.
+bool IsCaselessLetter(uint32_t c) {
+  switch (c) {
+    case 0xAA: case 0xB5: case 0xBA: case 0xDF: case 0x130: case 0x131:
+    case 0x138: case 0x149: case 0x17F: case 0x390: case 0x3B0:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool IsLetterOrDigit(uint32_t c) {
+  return ToUpper(c) != ToLower(c) || IsCaselessLetter(c) || (c >= '0' && c <= '9');
+}
 
 // A text cut into units. `start` has one more entry than there are units:
 // the byte offset of each unit, then the text's length.
@@ -70,17 +101,27 @@ struct Units {
   size_t Length() const { return start.back(); }
 };
 
-// The code point of the character of `length` bytes at `p`; a stray or
-// broken sequence stands for its first byte.
+// The bytes a UTF-8 sequence with this lead byte takes; 1 for a byte that
+// leads none.
+size_t SequenceLength(unsigned char lead) {
+  if (lead >= 0xC0 && lead < 0xE0) return 2;
+  if (lead >= 0xE0 && lead < 0xF0) return 3;
+  if (lead >= 0xF0 && lead < 0xF8) return 4;
+  return 1;
+}
+
+// The code point of the character of `length` bytes at `p`; a stray byte
+// or a sequence cut short stands for its first byte.
 uint32_t DecodeUTF8(unsigned char const* p, size_t length) {
   uint32_t lead = p[0];
-  if (length == 1 || lead < 0xC0) return lead;
-  int bits = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 4 : 5;
-  uint32_t code = lead & ((1u << bits) - 1);
+  if (length == 1 || length != SequenceLength(p[0])) return lead;
+  uint32_t code = lead & (0x7Fu >> length);
   for (size_t i = 1; i < length; ++i) code = code << 6 | (p[i] & 0x3F);
   return code;
 }
 
+// A character is a lead byte with the continuation bytes it calls for; a
+// continuation byte beyond those is a character of its own.
 Units Cut(stringStorage* s, bool characters, bool foldCase) {
   Units u;
   u.bytes = stringStorage::CString(s);
@@ -90,8 +131,8 @@ Units Cut(stringStorage* s, bool characters, bool foldCase) {
   size_t at = 0;
   while (at < length) {
     size_t next = at + 1;
-    if (characters)
-      while (next < length && (p[next] & 0xC0) == 0x80) ++next;
+    size_t end = characters ? at + SequenceLength(p[at]) : next;
+    while (next < end && next < length && (p[next] & 0xC0) == 0x80) ++next;
     uint32_t v = characters ? DecodeUTF8(p + at, next - at) : p[at];
     u.start.push_back(at);
     u.value.push_back(v);
@@ -394,7 +435,9 @@ stringStorage* RuntimeOct(long value) { return InBase(value, 3); }
 stringStorage* RuntimeBin(long value) { return InBase(value, 1); }
 
 double RuntimeMicroseconds() { return MonotonicMicroseconds(); }
-long RuntimeTicks() { return (long)(MonotonicMicroseconds() * 60.0 / 1e6); }
+// Ticks wrap around at 32 bits, so that the difference of two stays right in
+// Integer arithmetic however long the machine has been up.
+long RuntimeTicks() { return (long)(uint32_t)(int64_t)(MonotonicMicroseconds() * 60.0 / 1e6); }
 
 // ---------------------------------------------------------------------------
 // Maths and colours: the engine's own run-time functions serve, but for Sign,

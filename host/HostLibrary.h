@@ -7,12 +7,13 @@
 //   `stringStorage*` that the function borrows; a returned string carries
 //   one reference for the caller, and the empty string is null.
 // - Positions count from 1. The plain names count characters of UTF-8
-//   text (a lead byte with its continuation bytes; a stray byte counts as
-//   one); the names ending in B count bytes.
+//   text (a lead byte with the continuation bytes it calls for; a stray
+//   byte counts as one); the names ending in B count bytes.
 // - The plain searching functions (InStr, Replace, ReplaceAll, CountFields,
-//   NthField) match letters without regard to case: ASCII, Latin-1, Latin
-//   Extended-A, Greek and Cyrillic letters fold to upper case. The B forms
-//   compare bytes exactly.
+//   NthField) match letters without regard to case: the letters of ASCII,
+//   Latin-1, Latin Extended-A, the Greek alphabet (with its accented
+//   letters) and Cyrillic fold to upper case. The B forms compare bytes
+//   exactly.
 // - A result cut from a text keeps that text's encoding tag; new text is
 //   tagged UTF-8.
 //
@@ -87,7 +88,9 @@ long StringStrCompare(stringStorage* a, stringStorage* b, long mode);
 // binary. 0 when there is none.
 double StringVal(stringStorage* text);
 double runCDbl(stringStorage* text);
-// Up to 15 significant digits, with no trailing zeros; "-0" reads "0".
+// The language's default rendering: seven significant digits without
+// trailing zeros from 0.00001 to 1000000, scientific beyond ("1.000001e+6",
+// "1.000000e-06"); "-0" reads "0".
 stringStorage* StringStr(double value);
 stringStorage* runCStr(double value);
 // The 32-bit two's complement in base 16 (upper case), 8 or 2, no leading zeros.
@@ -96,7 +99,8 @@ stringStorage* RuntimeOct(long value);
 stringStorage* RuntimeBin(long value);
 
 // Time from a fixed point of the machine's monotonic clock: only
-// differences mean anything. Ticks are sixtieths of a second.
+// differences mean anything. Ticks are sixtieths of a second, wrapping
+// around at 32 bits.
 double RuntimeMicroseconds();
 long RuntimeTicks();
 }
