@@ -182,6 +182,12 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
 
 }  // namespace
 
+bool IsReportedFailure(Ref<SemBase> const& value) {
+  // The error flag guards against a silent compile, should some routine
+  // hand on such code without a report.
+  return value && value->GetType().Null() && value->Code() && gErrorSink && gErrorSink->hadError;
+}
+
 ClassDeclaration* LookupClassByName(string const& name) {
   ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
   return module && name.Length() ? module->LookupClass(name) : nullptr;
@@ -283,9 +289,7 @@ Ref<SemBase> CompileDereference(Ref<SemBase> value, Ref<SemBase> code) {
 Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
   if (!value || !code) return value;
   if (value->GetType().Null()) {
-    // A value that failed earlier has been reported there; a Sub's missing
-    // result has not.
-    ReportMismatch(target, value);
+    if (!IsReportedFailure(value)) ReportMismatch(target, value);
     return value;
   }
   value = FlattenExpression(value, code);
