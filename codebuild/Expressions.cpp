@@ -444,7 +444,9 @@ static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
     case kTypeInteger: op = tac_NegI; break;
     case kTypeSingle:
     case kTypeDouble: op = tac_NegD; break;
-    default: Error(IllegalOperandType, value->Location()); return SemCode::New(IRDataType(), &value->Location());
+    default:
+      Error(IllegalOperandType, value->Location());
+      return SemCode::New(IRDataType(), &value->Location());
   }
   value = FlattenExpression(value, code);
   code->AddLine(op, value->GetAddr(), nilTacAddr, code->GetAddr());
@@ -468,7 +470,8 @@ Ref<SemBase> CompileNilLiteral() {
 }
 
 Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  return PendingRoutine("CompileNew", "New", nullptr, PlaceholderValue(), {classIdentifier, args}, {callConstructor ? 1 : 0});
+  return PendingRoutine("CompileNew", "New", nullptr, PlaceholderValue(), {classIdentifier, args},
+                        {callConstructor ? 1 : 0});
 }
 
 Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
