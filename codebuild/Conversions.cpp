@@ -182,6 +182,12 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
 
 }  // namespace
 
+bool IsReportedFailure(Ref<SemBase> const& value) {
+  // The error flag guards against a silent compile, should some routine
+  // hand on such code without a report.
+  return value && value->GetType().Null() && value->Code() && gErrorSink && gErrorSink->hadError;
+}
+
 ClassDeclaration* LookupClassByName(string const& name) {
   ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
   return module && name.Length() ? module->LookupClass(name) : nullptr;
@@ -283,10 +289,7 @@ Ref<SemBase> CompileDereference(Ref<SemBase> value, Ref<SemBase> code) {
 Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
   if (!value || !code) return value;
   if (value->GetType().Null()) {
-    // Code without a result is an expression that failed and was reported
-    // where it failed; anything else without a type (a class or module
-    // name used as a value) is reported here.
-    if (!value->Code()) ReportMismatch(target, value);
+    if (!IsReportedFailure(value)) ReportMismatch(target, value);
     return value;
   }
   value = FlattenExpression(value, code);

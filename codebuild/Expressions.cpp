@@ -14,6 +14,7 @@
 #include "diag/CompileError.h"
 #include "ir/DataTypes.h"
 #include "frontend/Lexer.h"
+#include "foundation/KvAssert.h"
 
 // Operands are type-checked by the common-type table; two constants fold,
 // and anything else becomes code that leaves the value in a fresh
@@ -102,29 +103,27 @@ bool IntegerQuotient(int32_t a, unsigned long op, int32_t b, int32_t& result) {
   return true;
 }
 
-// What an operator on operands meeting in `common` gives (comparisons
-// Boolean, `/` and `^` Double, `\` and `Mod` Integer); `common` becomes the
-// type the operands are converted to. Reports IllegalOperandType where the
-// type lacks the operator.
-IRDataType CheckedResultType(unsigned long op, IRDataType& common, SourceLocation const& loc) {
-  IRDataType result = common;
-  if (op == kOpDivide || op == kOpPower)
-    common = result = IRDataType(kTypeDouble);
-  else if (op == kOpIntegerDivide || op == kOpMod)
-    common = result = IRDataType(kTypeInteger);
-  else if (IsComparison(op))
-    result = IRDataType(kTypeBoolean);
-  bool legal = false;
-  switch (common.GetMainType()) {
+// Does the type in which the operands meet have the operator? Boolean and
+// Color have = and <> only, String + and the comparisons, the numbers all.
+// Asked before / and \ change the type the operands go to, so that
+// "a" / "b" is one IllegalOperandType, not a failed conversion per operand.
+bool HasOperator(SimpleDataType common, unsigned long op) {
+  switch (common) {
     case kTypeBoolean:
-    case kTypeColor: legal = op == kOpEqual || op == kOpNotEqual; break;
+    case kTypeColor: return op == kOpEqual || op == kOpNotEqual;
     case kTypeInteger:
-    case kTypeDouble: legal = true; break;
-    case kTypeString: legal = op == kOpAdd || IsComparison(op); break;
-    default: break;
+    case kTypeDouble: return true;
+    case kTypeString: return op == kOpAdd || IsComparison(op);
+    default: return false;
   }
-  if (!legal) Error(IllegalOperandType, loc);
-  return result;
+}
+
+// What an operator gives (comparisons Boolean, `/` and `^` Double, `\` and
+// `Mod` Integer); `common` becomes the type the operands are converted to.
+IRDataType ResultType(unsigned long op, IRDataType& common) {
+  if (op == kOpDivide || op == kOpPower) return common = IRDataType(kTypeDouble);
+  if (op == kOpIntegerDivide || op == kOpMod) return common = IRDataType(kTypeInteger);
+  return IsComparison(op) ? IRDataType(kTypeBoolean) : common;
 }
 
 bool IsObject(IRDataType const& type) { return type.GetMainType() == kTypeObject; }
@@ -164,7 +163,6 @@ void EmitStringOperator(Ref<SemBase> left, unsigned long op, Ref<SemBase> right,
   IRDataType text(kTypeString);
   left = CompileRefAs(left, text, code);
   right = CompileRefAs(right, text, code);
-  if (op != kOpAdd && !IsComparison(op)) return;  // reported by CheckedResultType
   TacAddr const* dest = code->GetAddr();
   code->AddLine(tac_PutParam, left->GetAddr(), nilTacAddr, nilTacAddr);
   code->AddLine(tac_PutParam, right->GetAddr(), nilTacAddr, nilTacAddr);
@@ -192,6 +190,7 @@ Ref<SemBase> EmitBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) 
   leftType = ElementIfReference(leftType);
   rightType = ElementIfReference(rightType);
   SourceLocation loc = left->Location() + right->Location();
+  if (IsReportedFailure(left) || IsReportedFailure(right)) return SemCode::New(IRDataType(), &loc);
   if (IsObject(common) || (common.Null() && (IsObject(leftType) || IsObject(rightType)))) {
     // The object operators come with classes.
     ReportNotYetSupported("object operator", &loc);
@@ -209,7 +208,11 @@ Ref<SemBase> EmitBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) 
     Ref<SemBase> folded = ConstantBinop(left, op, right, common, loc);
     if (folded) return folded;
   }
-  IRDataType result = CheckedResultType(op, common, loc);
+  if (!HasOperator(common.GetMainType(), op)) {
+    Error(IllegalOperandType, loc);
+    return SemCode::New(IRDataType(), &loc);
+  }
+  IRDataType result = ResultType(op, common);
   Ref<SemBase> code = SemCode::New(result, &loc);
   TacAddr const* dest = code->GetAddr();
   ResetReturnTemp(dest, code);
@@ -226,7 +229,8 @@ Ref<SemBase> EmitBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) 
     case kTypeColor: opcode = op == kOpEqual ? tac_EQI : op == kOpNotEqual ? tac_NEI : tac_Noop; break;
     default: break;
   }
-  if (opcode == tac_Noop) return code;  // reported by CheckedResultType
+  KV_ASSERT(opcode != tac_Noop);
+  if (opcode == tac_Noop) return code;
   if (row->swapped) Swap(left, right);
   // The right operand's code first, then the left's.
   right = CompileRefAs(right, common, code);
@@ -420,15 +424,16 @@ Ref<SemBase> CompileNot(Ref<SemBase> value) {
 }
 
 static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
+  if (IsReportedFailure(value)) return value;
   IRDataType type = value->GetType();
   if (IsObject(ElementIfReference(type))) {
     ReportNotYetSupported("object operator", &value->Location());
     return PlaceholderValue();
   }
+  // A value that can't be negated goes on as code of no type, which
+  // CompileRefAs knows as reported: `n = -s` is one error, not two.
   if (value->IsConstant()) {
     Ref<SemBase> negated = ConstantNegation(value);
-    // A refused constant leaves code without a result, never a null handle,
-    // which an assignment would read as "no value".
     return negated ? negated : SemCode::New(IRDataType(), &value->Location());
   }
   IRDataType element(type.GetElementType());
@@ -439,7 +444,9 @@ static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
     case kTypeInteger: op = tac_NegI; break;
     case kTypeSingle:
     case kTypeDouble: op = tac_NegD; break;
-    default: Error(IllegalOperandType, value->Location()); return code;
+    default:
+      Error(IllegalOperandType, value->Location());
+      return SemCode::New(IRDataType(), &value->Location());
   }
   value = FlattenExpression(value, code);
   code->AddLine(op, value->GetAddr(), nilTacAddr, code->GetAddr());

@@ -2,7 +2,8 @@
 # Builds the fuzz targets with clang in their own build directory and runs
 # each for a fixed number of inputs, so that CI can afford it.
 # Usage: scripts/fuzz.sh [runs] [target...]
-#   runs     inputs per target (default 20000)
+#   runs     inputs per target (default 20000); FUZZ_SECONDS=N runs each
+#            target for N seconds instead
 #   target   LexerFuzz, MinerFuzz, ParseFuzz, CompileFuzz (default: all)
 # FUZZ_BUILD_DIR overrides the build directory.
 set -euo pipefail
@@ -26,8 +27,13 @@ for target in "${targets[@]}"; do
   mkdir -p "$corpus"
   cp "$root/tests/fuzz/corpus/"* "$corpus/"
   [ "$target" = LexerFuzz ] || cp "$root/tests/grammar/corpus/"*.kvs "$corpus/"
+  # Whole programs that compile and link, so that the code building and
+  # the back end behind them are reached from the start.
+  [ "$target" = CompileFuzz ] && find "$root/tests/e2e" "$root/examples" -name '*.kvs' -exec cp {} "$corpus/" \;
   fuzzer="$build/tests/fuzz/$target"
-  "$fuzzer" -runs="$runs" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus" \
+  limit=(-runs="$runs")
+  [ -n "${FUZZ_SECONDS:-}" ] && limit=(-max_total_time="$FUZZ_SECONDS")
+  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
-  echo "$target: $runs inputs, no failure"
+  echo "$target: $(grep -o 'Done [0-9]* runs' "$build/$target.log" | tail -1 | cut -d' ' -f2) inputs, no failure"
 done
