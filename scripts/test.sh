@@ -15,7 +15,13 @@ run_build() {
 }
 
 run_build build
-ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+# LeakSanitizer stops the world with ptrace, which qemu's user-mode
+# emulator (see setup.sh) does not offer: there it would hang at every exit,
+# so it is left off and the engine's own count of blocks (the end-to-end
+# scripts' leak check) stands alone.
+leaks=1
+grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i386 && leaks=0
+ASAN_OPTIONS=detect_leaks=$leaks UBSAN_OPTIONS=print_stacktrace=1 \
   run_build build-asan -DKV_SANITIZE=ON
 
 # A short, fixed fuzzing run of each fuzz target (lexer, miner, parser,
