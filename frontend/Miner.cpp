@@ -472,6 +472,20 @@ ConstantDeclaration* ParseConstantDeclaration() {
 // PropertyDecl -> Name [ "(" Dimensions ] { "," Name [ "(" Dimensions ] } As DataType
 //                 { "," PropertyDecl }      (the first Name is in yylval)
 // The line break is left for the caller; an initial value is passed over.
+// Skips to the comma that ends a clause of a declaration, outside any
+// parentheses, or to the end of the line, which it leaves unread.
+void SkipToClauseEnd() {
+  int depth = 0;
+  for (;;) {
+    int token = PeekToken();
+    if (EndsLine(token)) return;
+    GetToken();
+    if (token == '(') ++depth;
+    if (token == ')' && depth > 0) --depth;
+    if (token == ',' && depth == 0) return;
+  }
+}
+
 SimpleVector<PropertyDeclaration*> ParsePropertyDeclaration() {
   SimpleVector<PropertyDeclaration*> result;
   SimpleVector<string> names;
@@ -499,8 +513,9 @@ SimpleVector<PropertyDeclaration*> ParsePropertyDeclaration() {
       names.deleteAll();
       dimensions.deleteAll();
     } else if (token != ',') {
-      SkipToLineEnd();
-      break;
+      // An initialiser (`= f(1, 2)`) or anything else unexpected: what
+      // follows the next comma outside parentheses is another clause.
+      SkipToClauseEnd();
     }
   }
   return result;
