@@ -60,6 +60,11 @@ void CallNormal(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
 
 void CallHardCodedAddress(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* dest,
                           Ref<SemBase> code) {
+  if (method->GetDispatchID() == 0) {
+    // A host row declared without an entry: never a call to address 0.
+    ReportNotYetSupported(method->GetBaseName().CString(), args ? &args->Location() : nullptr);
+    return;
+  }
   PushAllArguments(method, args, code);
   code->AddLine(tac_CallPtr, CurrentTLP()->GetLiteral((long)method->GetDispatchID()), nilTacAddr, dest);
 }
