@@ -49,6 +49,9 @@ void Keep(CompileErrorCode& err, CompileErrorCode reason) {
   if (err == kNoCompileError || err == UnknownName) err = reason;
 }
 
+// What a failed lookup leaves, of the kind the grammar wants: an Integer
+// temporary for an expression, so that an operator or an assignment around
+// it reports no second error, and no value for a statement.
 Ref<SemBase> Failed(FunctionResultMode mode) {
   return mode == kResultNeeded ? SemCode::New(IRDataType(kTypeInteger), nullptr) : SemCode::New(IRDataType(), nullptr);
 }
@@ -59,6 +62,13 @@ Ref<SemBase> ReportFailure(CompileErrorCode err, Ref<SemBase> const& name, Funct
 }
 
 Ref<SemBase> NullCode() { return SemCode::New(IRDataType(), nullptr); }
+
+// A placeholder that a reported failure left: code with no lines after an
+// error. Its members are not looked up, or `Nope.f` would report twice.
+bool IsFailedValue(Ref<SemBase> const& value) {
+  TacBlock* block = value->Code();
+  return block && !block->first && gErrorSink && gErrorSink->hadError;
+}
 
 bool SubscriptNonArray(Ref<SemBase> const& args, IRDataType const& type) {
   if (!args) return false;
@@ -227,7 +237,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
   CompileErrorCode err = UnknownName;
   string text = name->toString();
   ModuleDeclaration* module = gContext->rootModule ? gContext->rootModule->LookupModule(left->toString()) : nullptr;
-  if (!module) return ReportFailure(err, name, kResultStatement);
+  if (!module) return ReportFailure(err, name, mode);
   MethodList methods = module->LookupMethodsByBase(text, Filter(value));
   if (HasMethods(methods)) {
     Ref<SemBase> callArgs = AssignedArguments(args, value);
@@ -252,7 +262,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportFailure(err, name, mode);
 }
 
 Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
@@ -280,23 +290,24 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportFailure(err, name, mode);
 }
 
+// Colour and array methods come with their own steps; until then a name
+// that could be one falls through to the extension methods. An assignment
+// looks for an extension that also assigns, as on an object: one that only
+// extends would take the value and drop it.
 Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                   FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
-  IRDataType type = left->GetType();
-  if (type.GetMainType() == kTypeReference) type = type.AsElement();
-  // Colour and array methods come with their own steps; until then a name
-  // that could be one falls through to the extension methods.
-  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, kFilterExtends);
+  MethodList extensions =
+      gContext->CurrentModule()->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends);
   if (HasMethods(extensions)) {
-    Ref<SemBase> callArgs = WithFirst(left->Clone(), CloneOf(args));
+    Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportFailure(err, name, mode);
 }
 
 // Steps 1 to 3 of a bare name; null if no scope took it.
@@ -387,7 +398,8 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
     if (isCall) return ReportFailure(CallNeedsMethod, name, mode);
     return name;
   }
-  if (isCall) err = CallNeedsMethod;
+  // A method that was found but could not take the call keeps its reason.
+  if (isCall && (err == kNoCompileError || err == UnknownName)) err = CallNeedsMethod;
   return ReportFailure(err, name, mode);
 }
 
@@ -402,7 +414,7 @@ Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> va
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode) {
   Ref<SemBase> result;
-  if (!left || !name || !gContext) {
+  if (!left || !name || !gContext || IsFailedValue(left)) {
     result = Failed(mode);
   } else if (left->IsIdentifier()) {
     string text = left->toString();
@@ -411,7 +423,7 @@ Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBas
     else if (gContext->rootModule && gContext->rootModule->LookupModule(text))
       result = ModuleScopeLookup(left, name, args, value, mode);
     else
-      result = ReportFailure(UnknownName, left, kResultStatement);
+      result = ReportFailure(UnknownName, left, mode);
   } else {
     IRDataType type = left->GetType();
     if (type.GetMainType() == kTypeReference) type = type.AsElement();
