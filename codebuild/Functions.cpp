@@ -185,10 +185,11 @@ Ref<SemBase> CompileParameter(Ref<SemBase> modifiers, Ref<SemBase> name, Ref<Sem
     else kept.push_back(e);
   });
   IRDataType modified = declared;
+  bool arrayOfArray = ModifierIndex(designator) == kParamArray && declared.GetMainType() == kTypeArray;
   if (ModifierIndex(designator) == kParamArray) {
     // Basic types are shared values whose location is their first use's:
     // the parameter's name tells the line.
-    if (declared.GetMainType() == kTypeArray) Error(ParamArrayOfArray, name->Location());
+    if (arrayOfArray) Error(ParamArrayOfArray, name->Location());
     modified = (declared.GetMainType() == kTypeArray ? declared.AsElement() : declared).AsArray(1);
   }
   if (byRef) modified = modified.AsReference();
@@ -196,7 +197,8 @@ Ref<SemBase> CompileParameter(Ref<SemBase> modifiers, Ref<SemBase> name, Ref<Sem
     Error(NotAssignable, defaultValue->Location());
   name->SetType(modified);
   AddDeclaredName(name);
-  RefusePendingType(modified, name->Location());
+  // A parameter already refused needs no second word on its type.
+  if (!arrayOfArray) RefusePendingType(modified, name->Location());
   // The run names each modifier once, and one designator: the mangled name
   // takes a designator for each one it meets.
   Ref<SemBase> run;

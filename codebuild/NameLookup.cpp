@@ -56,19 +56,32 @@ Ref<SemBase> Failed(FunctionResultMode mode) {
   return mode == kResultNeeded ? SemCode::New(IRDataType(kTypeInteger), nullptr) : SemCode::New(IRDataType(), nullptr);
 }
 
+// A placeholder that a reported failure left: code with no lines after an
+// error. Its members are not looked up, or `Nope.f` would report twice.
+bool IsFailedValue(Ref<SemBase> const& value) {
+  TacBlock* block = value ? value->Code() : nullptr;
+  return block && !block->first && gErrorSink && gErrorSink->hadError;
+}
+
 Ref<SemBase> ReportFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode) {
   if (err != kNoCompileError) Error(err, name ? name->Location() : SourceLocation(CurrentSourceLine()));
   return Failed(mode);
 }
 
-Ref<SemBase> NullCode() { return SemCode::New(IRDataType(), nullptr); }
-
-// A placeholder that a reported failure left: code with no lines after an
-// error. Its members are not looked up, or `Nope.f` would report twice.
-bool IsFailedValue(Ref<SemBase> const& value) {
-  TacBlock* block = value->Code();
-  return block && !block->first && gErrorSink && gErrorSink->hadError;
+// As above for a call, except that an argument that is itself a failure's
+// placeholder has no type worth a mismatch: `Print Nope` reports Nope alone.
+Ref<SemBase> ReportCallFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode,
+                               Ref<SemBase> const& args, Ref<SemBase> const& value) {
+  if (err == ArgumentTypeMismatch || err == AmbiguousCall) {
+    SimpleVector<Ref<SemBase>> all = ArgumentVector(args);
+    all.push_back(value);
+    for (unsigned long i = 0; i < all.size(); ++i)
+      if (IsFailedValue(all[i])) return Failed(mode);
+  }
+  return ReportFailure(err, name, mode);
 }
+
+Ref<SemBase> NullCode() { return SemCode::New(IRDataType(), nullptr); }
 
 bool SubscriptNonArray(Ref<SemBase> const& args, IRDataType const& type) {
   if (!args) return false;
@@ -229,7 +242,7 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
   }
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
@@ -262,7 +275,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
@@ -290,7 +303,7 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 // Colour and array methods come with their own steps; until then a name
@@ -307,7 +320,7 @@ Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemB
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
   }
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 // Steps 1 to 3 of a bare name; null if no scope took it.
@@ -379,7 +392,7 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
     if (isCall && isAccess) return ReportFailure(NotAStatement, name, mode);
     return found;
   }
-  if (value) return ReportFailure(err, name, mode);
+  if (value) return ReportCallFailure(err, name, mode, args, value);
   string text = name->toString();
   ModuleDeclaration* module = gContext->CurrentModule();
   if (ClassDeclaration* cls = module ? module->LookupClass(text) : nullptr) {
@@ -400,7 +413,7 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
   }
   // A method that was found but could not take the call keeps its reason.
   if (isCall && (err == kNoCompileError || err == UnknownName)) err = CallNeedsMethod;
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 }  // namespace
