@@ -467,5 +467,9 @@ Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBas
     result = type.GetMainType() == kTypeObject ? InstanceScopeLookup(left, name, args, value, mode)
                                                 : IntrinsicScopeLookup(left, name, args, value, mode);
   }
+  // Only `Call` asks for kResultCall here: a property or a constant that it
+  // reached is a value, no call.
+  if (mode == kResultCall && result && (result->IsSymbol() || result->IsConstant()))
+    result = ReportFailure(NotAStatement, name, mode);
   return TraceRoutine("CompileScopeLookup", result, {left, name, args, value}, {mode});
 }
