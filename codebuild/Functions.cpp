@@ -4,6 +4,7 @@
 #include "codebuild/Calls.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Declarations.h"
+#include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
 #include "codebuild/Statements.h"
 #include "frontend/Lexer.h"
@@ -296,7 +297,7 @@ Ref<SemBase> CompileReturn(Ref<SemBase> value) {
   if (value) {
     if (!function || function->GetType().Null()) {
       Error(UnexpectedReturnValue, value->Location());
-    } else {
+    } else if (!IsFailurePlaceholder(value)) {
       IRDataType type = function->GetType();
       Ref<SemBase> v = CompileRefAs(value, type, code);
       if (type.RefCounted()) code->AddLine(tac_Lock, v->GetAddr(), nilTacAddr, nilTacAddr);

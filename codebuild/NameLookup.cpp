@@ -56,13 +56,6 @@ Ref<SemBase> Failed(FunctionResultMode mode) {
   return mode == kResultNeeded ? SemCode::New(IRDataType(kTypeInteger), nullptr) : SemCode::New(IRDataType(), nullptr);
 }
 
-// A placeholder that a reported failure left: code with no lines after an
-// error. Its members are not looked up, or `Nope.f` would report twice.
-bool IsFailedValue(Ref<SemBase> const& value) {
-  TacBlock* block = value ? value->Code() : nullptr;
-  return block && !block->first && gErrorSink && gErrorSink->hadError;
-}
-
 Ref<SemBase> ReportFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode) {
   if (err != kNoCompileError) Error(err, name ? name->Location() : SourceLocation(CurrentSourceLine()));
   return Failed(mode);
@@ -76,7 +69,7 @@ Ref<SemBase> ReportCallFailure(CompileErrorCode err, Ref<SemBase> const& name, F
     SimpleVector<Ref<SemBase>> all = ArgumentVector(args);
     all.push_back(value);
     for (unsigned long i = 0; i < all.size(); ++i)
-      if (IsFailedValue(all[i])) return Failed(mode);
+      if (IsFailurePlaceholder(all[i])) return Failed(mode);
   }
   return ReportFailure(err, name, mode);
 }
@@ -117,6 +110,7 @@ Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> 
   }
   if (value) {
     Ref<SemBase> code = NullCode();
+    if (IsFailurePlaceholder(value)) return code;
     if (args) return PendingArrayElement(target);
     AssignToSymbol(target->GetAddr(), value, code);
     return code;
@@ -442,6 +436,11 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
 
 }  // namespace
 
+bool IsFailurePlaceholder(Ref<SemBase> const& value) {
+  TacBlock* block = value ? value->Code() : nullptr;
+  return block && !block->first && gErrorSink && gErrorSink->hadError;
+}
+
 Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
                            CompileErrorCode defaultError, bool isCallStatement) {
   Ref<SemBase> result = Lookup(name, args, value, mode, defaultError, isCallStatement);
@@ -451,7 +450,7 @@ Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> va
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode) {
   Ref<SemBase> result;
-  if (!left || !name || !gContext || IsFailedValue(left)) {
+  if (!left || !name || !gContext || IsFailurePlaceholder(left)) {
     result = Failed(mode);
   } else if (left->IsIdentifier()) {
     string text = left->toString();
