@@ -30,6 +30,13 @@ bool HasMethods(MethodList const& list) { return list && list->size() > 0; }
 
 MethodFilter Filter(Ref<SemBase> const& value) { return value ? kFilterAssigns : kFilterPlain; }
 
+// The extension methods of that name that read, or, for an assignment,
+// assign; none while no module is current.
+MethodList Extensions(string const& text, Ref<SemBase> const& value) {
+  ModuleDeclaration* module = gContext->CurrentModule();
+  return module ? module->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends) : MethodList();
+}
+
 Ref<SemBase> CloneOf(Ref<SemBase> const& args) { return args ? args->Clone() : args; }
 
 // The arguments of a call that assigns: the subscripts, then the value.
@@ -231,7 +238,7 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
       Keep(err, chosen ? InaccessibleMethod : reason);
     }
   }
-  MethodList extensions = gContext->CurrentModule()->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends);
+  MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
@@ -332,8 +339,7 @@ Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemB
                                   FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
-  MethodList extensions =
-      gContext->CurrentModule()->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends);
+  MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
