@@ -132,7 +132,8 @@ Ref<SemBase> EmitCall(FunctionDeclaration* method, Ref<SemBase> args, bool direc
   Ref<SemBase> code = SemCode::New(method->GetType(), args ? &args->Location() : nullptr);
   TacAddr const* dest = method->GetType().Null() ? nilTacAddr : code->GetAddr();
   if (!method->GetType().Null()) ResetReturnTemp(dest, code);
-  FunctionDeclaration::DispatchMethod kind = direct ? FunctionDeclaration::kDispatchNormal : method->GetDispatchMethod();
+  FunctionDeclaration::DispatchMethod kind =
+      direct ? FunctionDeclaration::kDispatchNormal : method->GetDispatchMethod();
   switch (kind) {
     case FunctionDeclaration::kDispatchNormal: CallNormal(method, args, dest, code); break;
     case FunctionDeclaration::kDispatchVtable: CallVtable(method, args, dest, code); break;
@@ -310,7 +311,8 @@ void PushAllArguments(FunctionDeclaration* method, Ref<SemBase> args, Ref<SemBas
       value = PushOneArgument(p->GetType(), array, code);
     } else if (p->GetMode() == ParameterDeclaration::kParamHidden) {
       value = DefaultLiteral(p);
-    } else if (p->GetMode() == ParameterDeclaration::kParamOptional && !c.hasParamArray && --optional < c.missingArguments) {
+    } else if (p->GetMode() == ParameterDeclaration::kParamOptional && !c.hasParamArray &&
+               --optional < c.missingArguments) {
       value = DefaultLiteral(p);
     } else if (cursor < n) {
       value = PushOneArgument(p->GetType(), all[cursor++], code);

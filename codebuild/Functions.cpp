@@ -4,6 +4,7 @@
 #include "codebuild/Calls.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Declarations.h"
+#include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
 #include "codebuild/Statements.h"
 #include "frontend/Lexer.h"
@@ -173,24 +174,42 @@ Ref<SemBase> CompileParameter(Ref<SemBase> modifiers, Ref<SemBase> name, Ref<Sem
   if (!name) return modifiers;
   IRDataType declared = type ? type->GetType() : IRDataType();
   ValidateParameterModifiers(modifiers, defaultValue);
-  IRDataType modified = declared;
+  // The method is found again by its mangled name, so a parameter must read
+  // as the miner read it, whatever errors its modifiers gave: the last of
+  // ByRef and ByVal counts, and the last designator.
+  bool byRef = false;
+  Ref<SemBase> designator;
+  SimpleVector<Ref<SemBase>> kept;
   ForEachElement(modifiers, [&](Ref<SemBase> const& e) {
     int m = ModifierIndex(e);
-    if (m == kParamArray) {
-      if (declared.GetMainType() == kTypeArray)
-        Error(ParamArrayOfArray, type->Location());
-      else
-        modified = modified.AsArray(1);
-    } else if (m == kByRef) {
-      modified = modified.AsReference();
-    }
+    if (m == kByRef || m == kByVal) byRef = m == kByRef;
+    if (m == kAssigns || m == kExtends || m == kParamArray) designator = e;
+    else kept.push_back(e);
   });
+  IRDataType modified = declared;
+  bool arrayOfArray = ModifierIndex(designator) == kParamArray && declared.GetMainType() == kTypeArray;
+  if (ModifierIndex(designator) == kParamArray) {
+    // Basic types are shared values whose location is their first use's:
+    // the parameter's name tells the line.
+    if (arrayOfArray) Error(ParamArrayOfArray, name->Location());
+    modified = (declared.GetMainType() == kTypeArray ? declared.AsElement() : declared).AsArray(1);
+  }
+  if (byRef) modified = modified.AsReference();
   if (defaultValue && !ParamAndArgAreCompatible(declared, defaultValue, nullptr))
     Error(NotAssignable, defaultValue->Location());
   name->SetType(modified);
   AddDeclaredName(name);
-  RefusePendingType(modified, name->Location());
-  return TraceRoutine("CompileParameter", ConcatList(modifiers, name), {modifiers, name, type, defaultValue});
+  // A parameter already refused needs no second word on its type.
+  if (!arrayOfArray) RefusePendingType(modified, name->Location());
+  // The run names each modifier once, and one designator: the mangled name
+  // takes a designator for each one it meets.
+  Ref<SemBase> run;
+  if (designator) kept.push_back(designator);
+  for (unsigned long i = 0; i < kept.size(); ++i) {
+    kept[i]->next = Ref<SemBase>();
+    run = ConcatList(run, kept[i]);
+  }
+  return TraceRoutine("CompileParameter", ConcatList(run, name), {modifiers, name, type, defaultValue});
 }
 
 Ref<SemBase> CompileMeParam() { return SemIdentifier::New(string("me")); }
@@ -210,7 +229,8 @@ void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> re
       text = QualifyName(gContext->currentClass->GetName(), text);
       text = AddParameterDescriptionToName(text, IRDataType(gContext->currentClass->GetName()));
     }
-    if (returnType) RefusePendingType(returnType->GetType(), returnType->Location());
+    // A basic type's location is its first use's: the name tells the line.
+    if (returnType) RefusePendingType(returnType->GetType(), name->Location());
     text = MangleFunctionName(text, parameters, returnType);
     // A Sub's name carries its empty result section too.
     if (!returnType) text = AddReturnTypeDescriptionToName(text, IRDataType());
@@ -281,7 +301,7 @@ Ref<SemBase> CompileReturn(Ref<SemBase> value) {
   if (value) {
     if (!function || function->GetType().Null()) {
       Error(UnexpectedReturnValue, value->Location());
-    } else {
+    } else if (!IsFailurePlaceholder(value)) {
       IRDataType type = function->GetType();
       Ref<SemBase> v = CompileRefAs(value, type, code);
       if (type.RefCounted()) code->AddLine(tac_Lock, v->GetAddr(), nilTacAddr, nilTacAddr);

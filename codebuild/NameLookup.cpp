@@ -26,16 +26,16 @@ using MethodList = Ref<SimpleVector<FunctionDeclaration*>>;
 
 constexpr int kMaxAncestorWalk = 4096;
 
-// The Extends methods the current module sees; none without a module
-// (a parse with no declarations mined).
-MethodList ExtensionMethods(string const& text, MethodFilter filter) {
-  ModuleDeclaration* module = gContext->CurrentModule();
-  return module ? module->LookupMethodsByBase(text, filter) : MethodList();
-}
-
 bool HasMethods(MethodList const& list) { return list && list->size() > 0; }
 
 MethodFilter Filter(Ref<SemBase> const& value) { return value ? kFilterAssigns : kFilterPlain; }
+
+// The extension methods of that name that read, or, for an assignment,
+// assign; none while no module is current.
+MethodList Extensions(string const& text, Ref<SemBase> const& value) {
+  ModuleDeclaration* module = gContext->CurrentModule();
+  return module ? module->LookupMethodsByBase(text, value ? kFilterExtendsAssigns : kFilterExtends) : MethodList();
+}
 
 Ref<SemBase> CloneOf(Ref<SemBase> const& args) { return args ? args->Clone() : args; }
 
@@ -56,6 +56,9 @@ void Keep(CompileErrorCode& err, CompileErrorCode reason) {
   if (err == kNoCompileError || err == UnknownName) err = reason;
 }
 
+// What a failed lookup leaves, of the kind the grammar wants: an Integer
+// temporary for an expression, so that an operator or an assignment around
+// it reports no second error, and no value for a statement.
 Ref<SemBase> Failed(FunctionResultMode mode) {
   return mode == kResultNeeded ? SemCode::New(IRDataType(kTypeInteger), nullptr) : SemCode::New(IRDataType(), nullptr);
 }
@@ -63,6 +66,19 @@ Ref<SemBase> Failed(FunctionResultMode mode) {
 Ref<SemBase> ReportFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode) {
   if (err != kNoCompileError) Error(err, name ? name->Location() : SourceLocation(CurrentSourceLine()));
   return Failed(mode);
+}
+
+// As above for a call, except that an argument that is itself a failure's
+// placeholder has no type worth a mismatch: `Print Nope` reports Nope alone.
+Ref<SemBase> ReportCallFailure(CompileErrorCode err, Ref<SemBase> const& name, FunctionResultMode mode,
+                               Ref<SemBase> const& args, Ref<SemBase> const& value) {
+  if (err == ArgumentTypeMismatch || err == AmbiguousCall) {
+    SimpleVector<Ref<SemBase>> all = ArgumentVector(args);
+    all.push_back(value);
+    for (unsigned long i = 0; i < all.size(); ++i)
+      if (IsFailurePlaceholder(all[i])) return Failed(mode);
+  }
+  return ReportFailure(err, name, mode);
 }
 
 Ref<SemBase> NullCode() { return SemCode::New(IRDataType(), nullptr); }
@@ -101,6 +117,7 @@ Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> 
   }
   if (value) {
     Ref<SemBase> code = NullCode();
+    if (IsFailurePlaceholder(value)) return code;
     if (args) return PendingArrayElement(target);
     AssignToSymbol(target->GetAddr(), value, code);
     return code;
@@ -221,12 +238,34 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
       Keep(err, chosen ? InaccessibleMethod : reason);
     }
   }
-  MethodList extensions = ExtensionMethods(text, value ? kFilterExtendsAssigns : kFilterExtends);
+  MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
   }
-  return ReportFailure(err, name, mode);
+  return ReportCallFailure(err, name, mode, args, value);
+}
+
+// `M.x` names a member of M itself. The module's lookups climb to the
+// enclosing modules as well, which would let `M.x` reach a global, and make
+// `M.f` tie with a global f of the same parameters.
+bool IsOwnMember(ModuleDeclaration* module, void const* member) {
+  for (unsigned int i = 0; i < module->CountMethods(); ++i)
+    if (module->GetMethod(i) == member) return true;
+  for (unsigned int i = 0; i < module->CountProperties(); ++i)
+    if (module->GetProperty(i) == member) return true;
+  for (unsigned int i = 0; i < module->CountConstants(); ++i)
+    if (module->GetConstant(i) == member) return true;
+  return false;
+}
+
+MethodList OwnMethods(ModuleDeclaration* module, MethodList const& list) {
+  if (!HasMethods(list)) return list;
+  MethodList own;
+  own.BindNewObject(new SimpleVector<FunctionDeclaration*>());
+  for (unsigned long i = 0; i < list->size(); ++i)
+    if (IsOwnMember(module, (*list.Get())[i])) own->push_back((*list.Get())[i]);
+  return own;
 }
 
 Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
@@ -234,8 +273,8 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
   CompileErrorCode err = UnknownName;
   string text = name->toString();
   ModuleDeclaration* module = gContext->rootModule ? gContext->rootModule->LookupModule(left->toString()) : nullptr;
-  if (!module) return ReportFailure(err, name, kResultStatement);
-  MethodList methods = module->LookupMethodsByBase(text, Filter(value));
+  if (!module) return ReportFailure(err, name, mode);
+  MethodList methods = OwnMethods(module, module->LookupMethodsByBase(text, Filter(value)));
   if (HasMethods(methods)) {
     Ref<SemBase> callArgs = AssignedArguments(args, value);
     CompileErrorCode reason = kNoCompileError;
@@ -243,7 +282,8 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
     if (chosen && chosen->GetScope() != ScopedDeclaration::kScopePrivate) return CompileCall(chosen, callArgs);
     Keep(err, chosen ? InaccessibleMethod : reason);
   }
-  if (PropertyDeclaration* property = module->LookupProperty(text)) {
+  PropertyDeclaration* property = module->LookupProperty(text);
+  if (property && IsOwnMember(module, property)) {
     if (property->GetScope() != ScopedDeclaration::kScopePrivate) {
       CompileErrorCode reason = kNoCompileError;
       if (Ref<SemBase> r = AccessModuleProperty(property, name->Location(), args, value, mode, reason)) return r;
@@ -252,14 +292,15 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
       err = InaccessibleMember;
     }
   }
-  if (ConstantDeclaration* constant = module->LookupConstant(text)) {
+  ConstantDeclaration* constant = module->LookupConstant(text);
+  if (constant && IsOwnMember(module, constant)) {
     if (constant->GetScope() != ScopedDeclaration::kScopePrivate) {
       if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
     } else {
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
@@ -287,23 +328,25 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
       err = InaccessibleMember;
     }
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
+// Colour and array methods come with their own steps; until then a name
+// that could be one falls through to the extension methods. An assignment
+// looks for an extension that also assigns, as on an object: one that only
+// extends would take the value and drop it.
 Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                   FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
-  IRDataType type = left->GetType();
-  if (type.GetMainType() == kTypeReference) type = type.AsElement();
   // Colour and array methods come with their own steps; until then a name
   // that could be one falls through to the extension methods.
-  MethodList extensions = ExtensionMethods(text, kFilterExtends);
+  MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
-    Ref<SemBase> callArgs = WithFirst(left->Clone(), CloneOf(args));
+    Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
     if (Ref<SemBase> r = SelectAndCall(extensions, callArgs, mode, err)) return r;
   }
-  return ReportFailure(err, name, kResultStatement);
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 // Steps 1 to 3 of a bare name; null if no scope took it.
@@ -375,7 +418,7 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
     if (isCall && isAccess) return ReportFailure(NotAStatement, name, mode);
     return found;
   }
-  if (value) return ReportFailure(err, name, mode);
+  if (value) return ReportCallFailure(err, name, mode, args, value);
   string text = name->toString();
   ModuleDeclaration* module = gContext->CurrentModule();
   if (ClassDeclaration* cls = module ? module->LookupClass(text) : nullptr) {
@@ -394,11 +437,17 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
     if (isCall) return ReportFailure(CallNeedsMethod, name, mode);
     return name;
   }
-  if (isCall) err = CallNeedsMethod;
-  return ReportFailure(err, name, mode);
+  // A method that was found but could not take the call keeps its reason.
+  if (isCall && (err == kNoCompileError || err == UnknownName)) err = CallNeedsMethod;
+  return ReportCallFailure(err, name, mode, args, value);
 }
 
 }  // namespace
+
+bool IsFailurePlaceholder(Ref<SemBase> const& value) {
+  TacBlock* block = value ? value->Code() : nullptr;
+  return block && !block->first && gErrorSink && gErrorSink->hadError;
+}
 
 Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
                            CompileErrorCode defaultError, bool isCallStatement) {
@@ -409,7 +458,7 @@ Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> va
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode) {
   Ref<SemBase> result;
-  if (!left || !name || !gContext) {
+  if (!left || !name || !gContext || IsFailurePlaceholder(left)) {
     result = Failed(mode);
   } else if (left->IsIdentifier()) {
     string text = left->toString();
@@ -418,12 +467,16 @@ Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBas
     else if (gContext->rootModule && gContext->rootModule->LookupModule(text))
       result = ModuleScopeLookup(left, name, args, value, mode);
     else
-      result = ReportFailure(UnknownName, left, kResultStatement);
+      result = ReportFailure(UnknownName, left, mode);
   } else {
     IRDataType type = left->GetType();
     if (type.GetMainType() == kTypeReference) type = type.AsElement();
     result = type.GetMainType() == kTypeObject ? InstanceScopeLookup(left, name, args, value, mode)
                                                 : IntrinsicScopeLookup(left, name, args, value, mode);
   }
+  // Only `Call` asks for kResultCall here: a property or a constant that it
+  // reached is a value, no call.
+  if (mode == kResultCall && result && (result->IsSymbol() || result->IsConstant()))
+    result = ReportFailure(NotAStatement, name, mode);
   return TraceRoutine("CompileScopeLookup", result, {left, name, args, value}, {mode});
 }
