@@ -182,12 +182,6 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
 
 }  // namespace
 
-bool IsReportedFailure(Ref<SemBase> const& value) {
-  // The error flag guards against a silent compile, should some routine
-  // hand on such code without a report.
-  return value && value->GetType().Null() && value->Code() && gErrorSink && gErrorSink->hadError;
-}
-
 ClassDeclaration* LookupClassByName(string const& name) {
   ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
   return module && name.Length() ? module->LookupClass(name) : nullptr;

@@ -27,10 +27,6 @@ Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemB
 // exact match and 1 for anything else. A reference target takes exactly its
 // element type.
 bool IsLegalConversion(IRDataType const& target, IRDataType source, int* cost);
-// Is `value` code that leaves nothing, handed on by an operator that failed
-// and was reported? A list such as (1, 2) also has no type, but no report.
-// Routines that meet such a value report nothing more about it.
-bool IsReportedFailure(Ref<SemBase> const& value);
 // Reads through a reference into a new temporary, locked if counted.
 Ref<SemBase> CompileDereference(Ref<SemBase> value, Ref<SemBase> code);
 

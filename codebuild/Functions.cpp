@@ -301,7 +301,7 @@ Ref<SemBase> CompileReturn(Ref<SemBase> value) {
   if (value) {
     if (!function || function->GetType().Null()) {
       Error(UnexpectedReturnValue, value->Location());
-    } else if (!IsFailurePlaceholder(value)) {
+    } else if (!IsReportedFailure(value)) {
       IRDataType type = function->GetType();
       Ref<SemBase> v = CompileRefAs(value, type, code);
       if (type.RefCounted()) code->AddLine(tac_Lock, v->GetAddr(), nilTacAddr, nilTacAddr);

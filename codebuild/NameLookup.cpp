@@ -76,7 +76,7 @@ Ref<SemBase> ReportCallFailure(CompileErrorCode err, Ref<SemBase> const& name, F
     SimpleVector<Ref<SemBase>> all = ArgumentVector(args);
     all.push_back(value);
     for (unsigned long i = 0; i < all.size(); ++i)
-      if (IsFailurePlaceholder(all[i])) return Failed(mode);
+      if (IsReportedFailure(all[i])) return Failed(mode);
   }
   return ReportFailure(err, name, mode);
 }
@@ -117,7 +117,7 @@ Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> 
   }
   if (value) {
     Ref<SemBase> code = NullCode();
-    if (IsFailurePlaceholder(value)) return code;
+    if (IsReportedFailure(value)) return code;
     if (args) return PendingArrayElement(target);
     AssignToSymbol(target->GetAddr(), value, code);
     return code;
@@ -444,11 +444,6 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
 
 }  // namespace
 
-bool IsFailurePlaceholder(Ref<SemBase> const& value) {
-  TacBlock* block = value ? value->Code() : nullptr;
-  return block && !block->first && gErrorSink && gErrorSink->hadError;
-}
-
 Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
                            CompileErrorCode defaultError, bool isCallStatement) {
   Ref<SemBase> result = Lookup(name, args, value, mode, defaultError, isCallStatement);
@@ -458,7 +453,7 @@ Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> va
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode) {
   Ref<SemBase> result;
-  if (!left || !name || !gContext || IsFailurePlaceholder(left)) {
+  if (!left || !name || !gContext || IsReportedFailure(left)) {
     result = Failed(mode);
   } else if (left->IsIdentifier()) {
     string text = left->toString();

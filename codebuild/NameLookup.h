@@ -17,8 +17,3 @@ Ref<SemBase> CompileLookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> va
                            CompileErrorCode defaultError, bool isCallStatement);
 Ref<SemBase> CompileScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                 FunctionResultMode mode);
-
-// Is `value` what a reported failure left in place of a value (code with no
-// lines, once an error has been reported)? Its uses report nothing more:
-// one fault, one error.
-bool IsFailurePlaceholder(Ref<SemBase> const& value);

@@ -40,3 +40,9 @@ Ref<SemBase> PendingRoutine(char const* routine, char const* construct, SourceLo
   ReportNotYetSupported(construct, where);
   return TraceRoutine(routine, result, operands, numbers);
 }
+
+bool IsReportedFailure(Ref<SemBase> const& value) {
+  TacBlock* block = value ? value->Code() : nullptr;
+  if (!block || !gErrorSink || !gErrorSink->hadError) return false;
+  return !block->first || value->GetType().Null();
+}

@@ -47,6 +47,13 @@ Ref<SemBase> PendingRoutine(char const* routine, char const* construct, SourceLo
 // The report alone.
 void ReportNotYetSupported(char const* construct, SourceLocation const* where);
 
+// Is `value` what a reported failure left in place of a value: code with no
+// lines, or code that leaves nothing, once an error has been reported? Its
+// uses report nothing more (one fault, one error). A list such as (1, 2)
+// also has no type but no report, so it is not one; the error flag also
+// keeps a routine that forgot its report from compiling silently.
+bool IsReportedFailure(Ref<SemBase> const& value);
+
 // Reports the call to the trace hook, if one is set, and returns `result`.
 Ref<SemBase> TraceRoutine(char const* routine, Ref<SemBase> result,
                           std::initializer_list<Ref<SemBase>> operands,
