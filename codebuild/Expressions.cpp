@@ -458,6 +458,12 @@ Ref<SemBase> CompileNegation(Ref<SemBase> value) {
   return TraceRoutine("CompileNegation", result, {value});
 }
 
+Ref<SemBase> CompileParenthesized(Ref<SemBase> contents) {
+  if (contents) return contents;
+  Error(SyntaxError);
+  return SemCode::New(IRDataType(), nullptr);
+}
+
 Ref<SemBase> CompileStringLiteral(Ref<SemBase> literal) { return literal; }
 
 Ref<SemBase> CompileUnterminatedString(Ref<SemBase> literal) {

@@ -48,6 +48,11 @@ Ref<SemBase> CompileNot(Ref<SemBase> value);
 // Unary minus.
 Ref<SemBase> CompileNegation(Ref<SemBase> value);
 
+// `(a)` or `(a, b)` as an expression: returns the contents. `()` holds no
+// value, which an assignment would take for "no value" and a Sub named on
+// its left would silently be called: it is a SyntaxError, and a reported
+// failure stands in for it.
+Ref<SemBase> CompileParenthesized(Ref<SemBase> contents);
 // The lexer has made the literal already: returns its argument.
 Ref<SemBase> CompileStringLiteral(Ref<SemBase> literal);
 // A string literal without its closing quote: reports UnterminatedString at

@@ -881,7 +881,7 @@ expression
     | expression IsA IDENT                                       /* 214 */  { $$ = CompileIsA($1, ClassType($3)); }
     | expression IsA Object                                      /* 215 */  { $$ = CompileIsA($1, 0); }
     | Class IDENT                                                /* 216 */  { $$ = CompileClassReference($2); }
-    | parenthesized_list                                         /* 217 */  { KV_POLL; }
+    | parenthesized_list                                         /* 217 */  { $$ = CompileParenthesized($1); KV_POLL; }
     | Array parenthesized_list                                   /* 218 */  { $$ = CompileArrayFactory($2, IRDataType()); KV_POLL; }
     | address_of                                                 /* 219 */  { KV_POLL; }
     | BAD_STR_LIT                                                /* 220 */  { $$ = CompileUnterminatedString($1); KV_POLL; }
