@@ -152,6 +152,8 @@ VELDstringStruct* OnInput(VELDobjectStruct*, VELDstringStruct* prompt) {
   std::string line;
   int c;
   while ((c = fgetc(stdin)) != EOF && c != '\n') line += (char)c;
+  // A line typed on a system that ends lines with CR LF loses both.
+  if (!line.empty() && line.back() == '\r') line.pop_back();
   return StandInString(line.data(), (long)line.size(), kEncodingUTF8);
 }
 

@@ -35,6 +35,9 @@ printf 'Dim a As Integer\r\n\r\n\0\nx = (\n' > nul.kvs
 truncate -s $((cap + 1)) over-cap.kvs
 printf 'x = (\n' > $'x\nforged.kvs:9: error 1: SyntaxError\ny'
 printf 'Dim a As Integer\n' > clean.kvs
+# Input writes its prompt, then hands back one line without its ending, and
+# "" once standard input is over.
+printf 'Dim a As String = Input("name? ")\nPrint "[" + a + "]"\nPrint "[" + Input("") + "]"\nPrint "[" + Input("more? ") + "]"\n' > input.kvs
 # kvscript needs some 11 MB to take this script in, and 75 MB to compile it.
 awk 'BEGIN { for (i = 0; i < 20000; ++i) printf "Class C%d\n  Dim x As String\n  Sub M(a As String)\n    x = a + \"l%d\"\n  End Sub\nEnd Class\n", i, i }' > many-classes.kvs
 
@@ -54,6 +57,7 @@ probe 1  '-:3: error 1: SyntaxError'           'printf "Dim a As Integer\n\nx = 
 probe 1  'nul.kvs:3: error 99: NulInSource'    '"$K" nul.kvs'
 probe 1  'x\\nforged.kvs:9: error 1: SyntaxError\\ny:1: error 1: SyntaxError' '"$K" x*'
 probe 0  ''                                    '"$K" --tac clean.kvs | grep -q "Stop "'
+probe 0  ''                                    'test "$(printf "abc\\r\\ndef\\n" | "$K" input.kvs)" = "$(printf "name? [abc]\\n[def]\\nmore? []")"'
 probe 1  '*SyntaxError'                        '"$K" --tac -e "x = ("'
 probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
 probe !0 'kvscript: cannot write standard output' '"$K" --help > /dev/full'
