@@ -35,6 +35,12 @@ printf 'Dim a As Integer\r\n\r\n\0\nx = (\n' > nul.kvs
 truncate -s $((cap + 1)) over-cap.kvs
 printf 'x = (\n' > $'x\nforged.kvs:9: error 1: SyntaxError\ny'
 printf 'Dim a As Integer\n' > clean.kvs
+# The shape of the code where no output shows it: a string assigned to
+# itself swaps no locks, a constant converts at compile time and a variable
+# at run time, a ByRef Boolean is written as one byte.
+printf 'Dim s As String\ns = s\n' > self.kvs
+printf 'Dim d As Double\nDim i As Integer\nd = 1\nd = i\n' > widen.kvs
+printf 'Sub B(ByRef b As Boolean)\n  b = True\nEnd Sub\n' > byref.kvs
 # Input writes its prompt, then hands back one line without its ending, and
 # "" once standard input is over.
 printf 'Dim a As String = Input("name? ")\nPrint "[" + a + "]"\nPrint "[" + Input("") + "]"\nPrint "[" + Input("more? ") + "]"\n' > input.kvs
@@ -57,6 +63,9 @@ probe 1  '-:3: error 1: SyntaxError'           'printf "Dim a As Integer\n\nx = 
 probe 1  'nul.kvs:3: error 99: NulInSource'    '"$K" nul.kvs'
 probe 1  'x\\nforged.kvs:9: error 1: SyntaxError\\ny:1: error 1: SyntaxError' '"$K" x*'
 probe 0  ''                                    '"$K" --tac clean.kvs | grep -q "Stop "'
+probe 1  ''                                    '"$K" --tac self.kvs | grep -q SwpLx'
+probe 0  ''                                    'test "$("$K" --tac widen.kvs | grep -c ItoD)" = 1'
+probe 0  ''                                    '"$K" --tac byref.kvs | grep -q PokeB'
 probe 0  ''                                    'test "$(printf "abc\\r\\ndef\\n" | "$K" input.kvs)" = "$(printf "name? [abc]\\n[def]\\nmore? []")"'
 probe 1  '*SyntaxError'                        '"$K" --tac -e "x = ("'
 probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
