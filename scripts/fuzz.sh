@@ -34,7 +34,7 @@ for target in "${targets[@]}"; do
   limit=(-runs="$runs")
   # Under qemu's user-mode emulator LeakSanitizer hangs (see test.sh); the
   # target's own count of blocks still catches a compile that keeps any.
-  if grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i386; then
+  if "$root/scripts/emulated.sh"; then
     export ASAN_OPTIONS=detect_leaks=0
     limit+=(-detect_leaks=0)
   fi

@@ -20,7 +20,7 @@ run_build build
 # so it is left off and the engine's own count of blocks (the end-to-end
 # scripts' leak check) stands alone.
 leaks=1
-grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i386 && leaks=0
+./scripts/emulated.sh && leaks=0
 ASAN_OPTIONS=detect_leaks=$leaks UBSAN_OPTIONS=print_stacktrace=1 \
   run_build build-asan -DKV_SANITIZE=ON
 

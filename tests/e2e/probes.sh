@@ -10,6 +10,8 @@
 set -uo pipefail
 K=$(realpath "$1")
 export K
+emulated=false
+"$(dirname "$0")/../../scripts/emulated.sh" && emulated=true
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
@@ -73,8 +75,6 @@ probe !0 'kvscript: cannot write standard output' '"$K" --help > /dev/full'
 # The sanitizers reserve far more address space than any limit below allows,
 # and so does a user-mode emulator that runs the 32-bit binary on a machine
 # whose kernel executes no 32-bit code.
-emulated=false
-grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i386 && emulated=true
 if ! grep -qa __asan_init "$K" && ! $emulated; then
   probe 1 'many-classes.kvs:1: error 98: OutOfMemory' 'unset KVSCRIPT_LEAK_CHECK; ulimit -v 40000; "$K" many-classes.kvs'
 fi
