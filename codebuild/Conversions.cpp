@@ -118,46 +118,6 @@ Ref<SemBase> CompileDeclareStringConversion(Ref<SemBase> value, IRDataType const
   return CallIntrinsicOn(intrinsic, value, target, code);
 }
 
-Ref<SemBase> CompileConvertFromVariant(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
-  switch (target.GetMainType()) {
-    case kTypeInteger: return CallIntrinsicOn(kIntrinsicVariantToInt, value, target, code);
-    case kTypeColor: return CallIntrinsicOn(kIntrinsicVariantToColor, value, target, code);
-    case kTypeBoolean: return CallIntrinsicOn(kIntrinsicVariantToBoolean, value, target, code);
-    case kTypeDouble: return CallIntrinsicOn(kIntrinsicVariantToDouble, value, target, code);
-    case kTypeString: return CallIntrinsicOn(kIntrinsicVariantToString, value, target, code);
-    case kTypeSingle: {
-      Ref<SemBase> d = CallIntrinsicOn(kIntrinsicVariantToDouble, value, IRDataType(kTypeDouble), code);
-      return TempWithOneLine(tac_Store, d, target, code);
-    }
-    case kTypeObject:
-      if (target.GetClass().Length() == 0) return CallIntrinsicOn(kIntrinsicVariantToObject, value, target, code);
-      // A typecast to a class comes with the object operators.
-      ReportNotYetSupported("Variant", &value->Location());
-      return value;
-    default:
-      ReportMismatch(target, value);
-      return value;
-  }
-}
-
-Ref<SemBase> CompileConvertToVariant(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
-  long intrinsic = 0;
-  switch (value->GetType().GetMainType()) {
-    case kTypeInteger: intrinsic = kIntrinsicIntToVariant; break;
-    case kTypeBoolean: intrinsic = kIntrinsicBooleanToVariant; break;
-    case kTypeColor: intrinsic = kIntrinsicColorToVariant; break;
-    case kTypeDouble: intrinsic = kIntrinsicDoubleToVariant; break;
-    case kTypeSingle:
-      value = CompileRefAs(value, IRDataType(kTypeDouble), code);
-      intrinsic = kIntrinsicDoubleToVariant;
-      break;
-    case kTypeString: intrinsic = kIntrinsicStringToVariant; break;
-    case kTypeObject: intrinsic = kIntrinsicObjectToVariant; break;
-    default: ReportMismatch(target, value); return value;
-  }
-  return CallIntrinsicOn(intrinsic, value, IRDataType(string("Variant")), code);
-}
-
 Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
   Ref<SimpleVector<FunctionDeclaration*>> list = LookupConversionOperator(target, value->GetType());
   if (!list || list->size() == 0) {
@@ -297,8 +257,11 @@ Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemB
   if (IsNumericConversion(target, source)) return CompileNumericConversion(value, target, code);
   if (IsDeclareStringConversion(target, source)) return CompileDeclareStringConversion(value, target, code);
   if (IsNilArrayConversion(target, source)) return value;
-  if (IsVariant(source)) return CompileConvertFromVariant(value, target, code);
-  if (IsVariant(target)) return CompileConvertToVariant(value, target, code);
+  if (IsVariant(source) || IsVariant(target)) {
+    // The run-time has no variants yet: the conversions would not link.
+    ReportNotYetSupported("Variant", &value->Location());
+    return value;
+  }
   if (target.GetMainType() == kTypeObject && IsNilConstant(value)) return value;
   if (IsImplicitUpcast(target, source) || IsInterfaceCast(target, source)) return value;
   if (IsArrayElementNarrowingCast(target, source)) {
