@@ -147,6 +147,18 @@ Ref<SemBase> AccessConstant(Ref<SemBase> name, ConstantDeclaration* constant, Re
   return SemValue::New(CurrentTLP()->GetLiteral(constant->GetValue(), constant->GetType()), &name->Location());
 }
 
+// A constant reached through `left.`: its use where the scope allows it,
+// else InaccessibleMember.
+Ref<SemBase> AccessPermittedConstant(bool permitted, Ref<SemBase> name, ConstantDeclaration* constant,
+                                     Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                                     CompileErrorCode& err) {
+  if (!permitted) {
+    err = InaccessibleMember;
+    return Ref<SemBase>();
+  }
+  return AccessConstant(name, constant, args, value, mode, err);
+}
+
 Ref<SemBase> AccessModuleProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
                                   Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
   if (value && mode == kResultNeeded) {
@@ -222,11 +234,8 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
       err = InaccessibleMember;
     }
     if (ConstantDeclaration* constant = cls->LookupConstant(text)) {
-      if (CurrentlyHasPermissionToAccess(cls, constant->GetScope())) {
-        if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
-      } else {
-        err = InaccessibleMember;
-      }
+      bool permitted = CurrentlyHasPermissionToAccess(cls, constant->GetScope());
+      if (Ref<SemBase> r = AccessPermittedConstant(permitted, name, constant, args, value, mode, err)) return r;
     }
     MethodList lookup = cls->LookupMethodsByBase(string("Operator_Lookup"), Filter(value));
     if (HasMethods(lookup)) {
@@ -294,11 +303,8 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
   }
   ConstantDeclaration* constant = module->LookupConstant(text);
   if (constant && IsOwnMember(module, constant)) {
-    if (constant->GetScope() != ScopedDeclaration::kScopePrivate) {
-      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
-    } else {
-      err = InaccessibleMember;
-    }
+    bool permitted = constant->GetScope() != ScopedDeclaration::kScopePrivate;
+    if (Ref<SemBase> r = AccessPermittedConstant(permitted, name, constant, args, value, mode, err)) return r;
   }
   return ReportCallFailure(err, name, mode, args, value);
 }
@@ -322,11 +328,8 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
     }
   }
   if (ConstantDeclaration* constant = cls ? cls->LookupConstant(text) : nullptr) {
-    if (CurrentlyHasPermissionToAccess(cls, constant->GetScope())) {
-      if (Ref<SemBase> r = AccessConstant(name, constant, args, value, mode, err)) return r;
-    } else {
-      err = InaccessibleMember;
-    }
+    bool permitted = CurrentlyHasPermissionToAccess(cls, constant->GetScope());
+    if (Ref<SemBase> r = AccessPermittedConstant(permitted, name, constant, args, value, mode, err)) return r;
   }
   return ReportCallFailure(err, name, mode, args, value);
 }
@@ -339,8 +342,6 @@ Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemB
                                   FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
-  // Colour and array methods come with their own steps; until then a name
-  // that could be one falls through to the extension methods.
   MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
