@@ -460,7 +460,7 @@ Ref<SemBase> CompileNegation(Ref<SemBase> value) {
 
 Ref<SemBase> CompileParenthesized(Ref<SemBase> contents) {
   if (contents) return contents;
-  Error(SyntaxError);
+  Error(NoResultValue);
   return SemCode::New(IRDataType(), nullptr);
 }
 

@@ -50,8 +50,9 @@ Ref<SemBase> CompileNegation(Ref<SemBase> value);
 
 // `(a)` or `(a, b)` as an expression: returns the contents. `()` holds no
 // value, which an assignment would take for "no value" and a Sub named on
-// its left would silently be called: it is a SyntaxError, and a reported
-// failure stands in for it.
+// its left would silently be called: it is NoResultValue, as a Sub's call
+// where a value is needed (SyntaxError is the parser's alone), and a
+// reported failure stands in for it.
 Ref<SemBase> CompileParenthesized(Ref<SemBase> contents);
 // The lexer has made the literal already: returns its argument.
 Ref<SemBase> CompileStringLiteral(Ref<SemBase> literal);
