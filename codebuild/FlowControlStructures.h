@@ -3,8 +3,7 @@
 // construct has been read and returns the header that the closing routine
 // takes back.
 //
-// Until flow control lands, the routines hand back the placeholders of
-// codebuild/Placeholders.h; ReportMissingThen and CompileCaseRange are final.
+// For Each waits for arrays and reports NotYetSupported.
 #pragma once
 
 #include "foundation/Ref.h"

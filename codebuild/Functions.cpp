@@ -218,6 +218,8 @@ void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> re
                      Ref<SemBase> handledEvent) {
   TraceRoutine("CompileFunction", Ref<SemBase>(), {name, parameters, returnType, handledEvent});
   if (!gContext) return;
+  // Each method places its labels anew.
+  ++gContext->labelScope;
   gContext->currentFunction = nullptr;
   if (name) {
     string text = name->toString();
@@ -287,6 +289,7 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
   code->Append(tail);
   code->AddLine(tac_Return, nilTacAddr, nilTacAddr, nilTacAddr);
   gContext->currentFunction = nullptr;
+  ++gContext->labelScope;
   PopSymTable();
   PopPragmas();
   // The frame covers every temporary: none is left for a statement to release.

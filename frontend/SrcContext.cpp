@@ -33,15 +33,14 @@ SrcContext::~SrcContext() = default;
 int SrcContext::CurrentLine() const { return current_line(); }
 
 TacAddr* SrcContext::NamedLabel(string name) {
-  for (unsigned long i = 0; i < labelNames.size(); ++i)
-    if (labelNames[i] == name) return labelAddrs[i];
+  TacAddr* label = nullptr;
+  if (labels.GetEntry(name, label)) return label;
   // The pool owns the literal; it is a label of its own even where an
   // integer literal of the same number exists, since labels are matched by
   // number.
-  TacAddr* label = new ConstAddr((long)NewLabel());
+  label = new ConstAddr((long)NewLabel());
   owned.push_back(label);
-  labelNames.push_back(name);
-  labelAddrs.push_back(label);
+  labels.AddEntry(name, label);
   return label;
 }
 

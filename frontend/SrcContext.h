@@ -75,9 +75,13 @@ public:
   SimpleVector<bool> conditionalTaken;
   // The line of each open `#if`, to report one left open at the end.
   SimpleVector<int32_t> conditionalLines;
-  // GoTo labels by name, with their label literals in step.
-  SimpleVector<string> labelNames;
-  SimpleVector<TacAddr*> labelAddrs;
+  // GoTo labels by name.
+  StringMap<TacAddr*> labels;
+  // Where each label was placed: the labelScope of its method. A method's
+  // start and end each open a new scope (the main program's statements come
+  // after every method), so one label placed twice in a scope is found.
+  StringMap<int32_t> placedLabels;
+  int32_t labelScope = 0;
   StringMap<TacAddr*> objectSymbols;
   StringMap<TacAddr*> staticSymbols;
 };
