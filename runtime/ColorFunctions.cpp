@@ -13,7 +13,9 @@ constexpr int32_t kGreyMultiplier = 0x10101;
 // The x87 unit keeps intermediates with a 64-bit mantissa, and a truncation
 // to a component then sees what the same steps in doubles don't: 1/6 * 6
 // stays below 1 and picks the wrong sextant, (1 - 0.4) * 255 stays below
-// 153. A store to a volatile double rounds each step as a double would.
+// 153. A store to a volatile double rounds each step to a double; only a
+// product that the 64-bit mantissa rounds onto a tie can still differ, by
+// one unit in the last place.
 double Rounded(double x) {
   volatile double stored = x;
   return stored;
