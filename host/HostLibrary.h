@@ -90,7 +90,7 @@ double StringVal(stringStorage* text);
 double runCDbl(stringStorage* text);
 // The language's default rendering: seven significant digits without
 // trailing zeros from 0.00001 to 1000000, scientific beyond ("1.000001e+6",
-// "1.000000e-06"); "-0" reads "0".
+// "1.000000e-06"); "-0" reads "0", and every NaN "nan".
 stringStorage* StringStr(double value);
 stringStorage* runCStr(double value);
 // The 32-bit two's complement in base 16 (upper case), 8 or 2, no leading zeros.

@@ -10,6 +10,19 @@ constexpr double kComponentScale = 255.0;
 // A grey repeats one component in all three places.
 constexpr int32_t kGreyMultiplier = 0x10101;
 
+// The x87 unit keeps intermediates with a 64-bit mantissa, and a truncation
+// to a component then sees what the same steps in doubles don't: 1/6 * 6
+// stays below 1 and picks the wrong sextant, (1 - 0.4) * 255 stays below
+// 153. A store to a volatile double rounds each step to a double; only a
+// product that the 64-bit mantissa rounds onto a tie can still differ, by
+// one unit in the last place.
+double Rounded(double x) {
+  volatile double stored = x;
+  return stored;
+}
+double Minus(double a, double b) { return Rounded(a - b); }
+double Times(double a, double b) { return Rounded(a * b); }
+
 int32_t ClampComponent(int32_t c) {
   if (c < 0) return 0;
   return c > kComponentMax ? kComponentMax : c;
@@ -19,7 +32,7 @@ int32_t ClampComponent(int32_t c) {
 // a value past the 32-bit range saturates rather than wrapping, and a NaN,
 // which has no size, gives 0.
 int32_t ScaleComponent(double c) {
-  double scaled = c * kComponentScale;
+  double scaled = Times(c, kComponentScale);
   if (!(scaled > 0)) return 0;
   if (scaled >= kComponentMax) return kComponentMax;
   return static_cast<int32_t>(scaled);
@@ -27,7 +40,7 @@ int32_t ScaleComponent(double c) {
 
 int32_t Compose(int32_t r, int32_t g, int32_t b) { return (r << kRedShift) | (g << kGreenShift) | b; }
 
-double Unit(int32_t component) { return component / kComponentScale; }
+double Unit(int32_t component) { return Rounded(component / kComponentScale); }
 
 void ColorToHSV(int32_t color, double* h, double* s, double* v) {
   RGBtoHSV(Unit(readColorRed(color)), Unit(readColorGreen(color)), Unit(readColorBlue(color)), h, s, v);
@@ -42,20 +55,20 @@ void RGBtoHSV(double r, double g, double b, double* h, double* s, double* v) {
   if (b < min) min = b;
   double delta = max - min;
   *v = max;
-  *s = max != 0 ? delta / max : 0;
+  *s = max != 0 ? Rounded(delta / max) : 0;
   if (*s == 0) {
     *h = 0;
     return;
   }
   *h = 0;
   if (r == max)
-    *h = (g - b) / delta;
+    *h = Rounded((g - b) / delta);
   else if (g == max)
-    *h = 2 + (b - r) / delta;
+    *h = Rounded(2 + Rounded((b - r) / delta));
   else if (b == max)
-    *h = 4 + (r - g) / delta;
-  *h /= 6;
-  if (*h < 0) *h += 1;
+    *h = Rounded(4 + Rounded((r - g) / delta));
+  *h = Rounded(*h / 6);
+  if (*h < 0) *h = Rounded(*h + 1);
 }
 
 extern "C" {
@@ -94,18 +107,18 @@ int32_t fRGB(double r, double g, double b) {
   return Compose(ScaleComponent(r), ScaleComponent(g), ScaleComponent(b));
 }
 
-int32_t RuntimeCMY(double c, double m, double y) { return fRGB(1 - c, 1 - m, 1 - y); }
+int32_t RuntimeCMY(double c, double m, double y) { return fRGB(Minus(1, c), Minus(1, m), Minus(1, y)); }
 
 int32_t RuntimeHSV(double h, double s, double v) {
   if (s == 0) return ScaleComponent(v) * kGreyMultiplier;
   if (h >= 1 || h < 0) h = 0;
-  double h6 = h * 6;
+  double h6 = Times(h, 6);
   // h is below 1 here, so this is 0 to 5, unless h is a NaN.
   int i = h6 >= 0 && h6 < 6 ? static_cast<int>(h6) : -1;
   double f = h6 - i;
-  double p = (1 - s) * v;
-  double q = (1 - s * f) * v;
-  double t = (1 - s * (1 - f)) * v;
+  double p = Times(Minus(1, s), v);
+  double q = Times(Minus(1, Times(s, f)), v);
+  double t = Times(Minus(1, Times(s, Minus(1, f))), v);
   switch (i) {
     case 0: return fRGB(v, t, p);
     case 1: return fRGB(q, v, p);

@@ -25,10 +25,15 @@ constexpr int kClockSeedWarmUp = 7;
 constexpr int32_t kRandomFractionMask = 0xFFFFF;
 constexpr double kRandomFractionScale = 1048576.0;
 
+// A seed that is a multiple of the modulus (0, 0x7FFFFFFF, -0x7FFFFFFF)
+// steps to 0x7FFFFFFF and stays there, so that rnd() would give the same
+// value for ever; any other seed, negative ones too, lands in 1 to
+// 0x7FFFFFFE and cycles through all of it. Such a seed starts from 1 instead.
+int32_t UsableSeed(int32_t seed) { return seed % kRandomModulus == 0 ? 1 : seed; }
+
 void SeedFromClock() {
   int64_t now = static_cast<int64_t>(std::time(nullptr));
-  lSeed = static_cast<int32_t>(now & 0x7FFFFFFF);
-  if (lSeed == 0) lSeed = 1;
+  lSeed = UsableSeed(static_cast<int32_t>(now & 0x7FFFFFFF));
 }
 
 }  // namespace
@@ -93,7 +98,9 @@ double rnd() {
 
 double srnd(double seed) {
   double old = lSeed;
-  lSeed = TruncateToInt32(seed);
+  int32_t next = TruncateToInt32(seed);
+  // 0 is kept: it is how a caller hands the choice back to the clock.
+  lSeed = next == 0 ? 0 : UsableSeed(next);
   return old;
 }
 }

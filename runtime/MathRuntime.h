@@ -46,12 +46,15 @@ double RuntimeMax(double a, double b);
 double RuntimeMin(double a, double b);
 double NaN();
 
-// The next value of the generator, 1 to 0x7FFFFFFE while the seed is
-// nonzero. Does not seed itself.
+// The next value of the generator, 1 to 0x7FFFFFFE once seeded by srnd()
+// or by rnd() from the clock. Does not seed itself: from a seed stored
+// directly that is a multiple of 0x7FFFFFFF, 0 included, it gives
+// 0x7FFFFFFF for ever.
 int32_t rndNum();
 // From 0 up to, not including, 1, with 20 significant bits.
 double rnd();
 // Sets the seed (truncated to an integer) and returns the old one; a seed
-// of 0 hands the choice back to the clock.
+// of 0 hands the choice back to the clock. The other multiples of
+// 0x7FFFFFFF, on which the generator would stand still, count as 1.
 double srnd(double seed);
 }

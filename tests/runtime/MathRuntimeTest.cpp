@@ -112,4 +112,15 @@ TEST_F(RandomGenerator, SrndSeedsAndZeroMeansTheClock) {
   EXPECT_NE(0, lSeed);
 }
 
+// The multiples of the modulus would hold the generator on one value; srnd
+// never leaves one behind, whatever double it is given.
+TEST_F(RandomGenerator, NoSeedHoldsTheGeneratorStill) {
+  for (double seed : {2147483647.0, -2147483647.0, 2147483647.9, -2147483647.5, 4294967294.0, -4294967294.0}) {
+    srnd(seed);
+    double first = rnd(), second = rnd();
+    EXPECT_NE(first, second) << seed;
+    EXPECT_NE(0x7FFFFFFF, lSeed) << seed;
+  }
+}
+
 }  // namespace
