@@ -285,7 +285,6 @@ double ParseNumber(stringStorage* text) {
 // A NaN's sign bit means nothing, yet the C library shows it: the x87
 // default NaN of Sqrt(-1) has it set and NaN() has it clear. Both read "nan".
 stringStorage* NumberText(double value) {
-  if (std::isnan(value)) return NewText("nan", kEncodingUTF8);
   return NewText(std::string(doubleStr(value, -1, 7).CString()), kEncodingUTF8);
 }
 

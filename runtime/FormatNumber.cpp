@@ -41,6 +41,9 @@ string StandardNumToStr(double value, int fixed, int digits) {
 }
 
 string doubleStr(double value, long mode, unsigned long precision) {
+  // printf shows a NaN's sign bit ("-nan" for 0/0, "nan" for ACos(2)); the
+  // language has one NaN text.
+  if (std::isnan(value)) return string("nan");
   if (value == 0) value = 0;
   double magnitude = std::fabs(value);
   if (mode == -1) mode = magnitude != 0 && (magnitude > 1000000.0 || magnitude < 0.00001) ? 0 : 1;
