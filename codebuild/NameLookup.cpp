@@ -105,7 +105,8 @@ Ref<SemBase> SelectAndCall(MethodList const& list, Ref<SemBase> const& args, Fun
 // refused rather than read as a whole.
 Ref<SemBase> PendingArrayElement(Ref<SemBase> const& target) {
   ReportNotYetSupported("array element", &target->Location());
-  return SemCode::New(IRDataType(kTypeInteger), &target->Location());
+  // A reported failure, which its uses pass over without a second word.
+  return SemCode::New(IRDataType(), &target->Location());
 }
 
 // A variable reached by `target` (a plain symbol value).
