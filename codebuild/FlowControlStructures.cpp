@@ -168,6 +168,8 @@ Ref<SemBase> CompileElseIf(Ref<SemBase> condition, Ref<SemBase> code) {
   return TraceRoutine("CompileElseIf", result, {condition, code});
 }
 
+// The value is computed once; a plain variable is tested as it stands, so a
+// Case expression that changes it changes what the later Cases see.
 Ref<SemBase> CompileSelectCase(Ref<SemBase> value) {
   Ref<SemBase> code = NewCode(value ? &value->Location() : nullptr);
   Ref<SemBase> tested = value && !value->GetType().Null() ? FlattenExpression(value, code)
