@@ -43,6 +43,9 @@ printf 'Dim a As Integer\n' > clean.kvs
 printf 'Dim s As String\ns = s\n' > self.kvs
 printf 'Dim d As Double\nDim i As Integer\nd = 1\nd = i\n' > widen.kvs
 printf 'Sub B(ByRef b As Boolean)\n  b = True\nEnd Sub\n' > byref.kvs
+# A loop's back edge yields to the host unless the script asks it not to.
+printf 'Dim i As Integer\nWhile i < 3\n  i = i + 1\nWend\n' > yields.kvs
+printf 'Dim i As Integer\n#pragma BackgroundTasks False\nWhile i < 3\n  i = i + 1\nWend\n' > quiet.kvs
 # Input writes its prompt, then hands back one line without its ending, and
 # "" once standard input is over.
 printf 'Dim a As String = Input("name? ")\nPrint "[" + a + "]"\nPrint "[" + Input("") + "]"\nPrint "[" + Input("more? ") + "]"\n' > input.kvs
@@ -68,6 +71,8 @@ probe 0  ''                                    '"$K" --tac clean.kvs | grep -q "
 probe 1  ''                                    '"$K" --tac self.kvs | grep -q SwpLx'
 probe 0  ''                                    'test "$("$K" --tac widen.kvs | grep -c ItoD)" = 1'
 probe 0  ''                                    '"$K" --tac byref.kvs | grep -q PokeB'
+probe 0  ''                                    '"$K" --tac yields.kvs | grep -q "Intrn  42"'
+probe 1  ''                                    '"$K" --tac quiet.kvs | grep -q "Intrn  42"'
 probe 0  ''                                    'test "$(printf "abc\\r\\ndef\\n" | "$K" input.kvs)" = "$(printf "name? [abc]\\n[def]\\nmore? []")"'
 probe 1  '*SyntaxError'                        '"$K" --tac -e "x = ("'
 probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
