@@ -41,6 +41,7 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_map>
 
 #include "backend/IA32OpWriter.h"
 #include "backend/CodeGenerator.h"
@@ -234,13 +235,25 @@ private:
   void IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int),
                          void (IA32OpWriter::*byteForm)(int, int, int) = nullptr,
                          void (IA32OpWriter::*wordForm)(int, int, int) = nullptr, bool commutative = false);
-  // cmp x, y, or cmp x, imm when `b` is constant (or, for a symmetric test,
-  // `a`); the register that holds the other side.
-  int CompareInts(TacLine const& line, bool symmetric, int* y);
+  // cmp x, y, or cmp x, imm when `b` is constant. When only `a` is, the
+  // sides swap and `*test` becomes its mirror. The register that holds the
+  // other side, or -1, is left in `*y`.
+  int CompareInts(TacLine const& line, int* test, int* y);
+  // Counts how many times each variable is named, from `first` up to the
+  // next function.
+  void CountMentions(TacLine const* first);
+  // The tac_IfEQI or tac_IfNEI right behind a comparison that can take its
+  // place, the comparison's result being read by it alone; `*onTrue` says
+  // whether it jumps when the comparison holds. Null where it can't.
+  TacLine const* FusableBranch(TacLine const& line, bool* onTrue) const;
+  // With the flags of the comparison set, writes the jump of its fusable
+  // branch and marks that branch to be skipped; false, writing nothing,
+  // where there is none.
+  bool FuseBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), void (IA32OpWriter::*jumpUnless)(int));
   void FloatArithmetic(TacLine const& line, void (IA32OpWriter::*op)());
-  void IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int), bool symmetric);
-  void FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int, int), TacAddr const* c);
-  void IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), bool symmetric);
+  void IntegerCompare(TacLine const& line, int test);
+  void FloatCompare(TacLine const& line, int mask, int expected, bool negated);
+  void IntegerBranch(TacLine const& line, int test);
   // The quotient lands in eax, the remainder in edx.
   void DivideEAX(TacLine const& line, bool remainder);
   void Peek(TacLine const& line, bool byteLoad);
@@ -272,4 +285,11 @@ public:
   bool retvalIsFloat;
   SimpleVector<TacAddr const*> callParams;
   SimpleVector<TacAddr const*> funcParams;
+  // How often each variable is named in the function being written: a
+  // comparison's result named twice, by it and by the branch behind it,
+  // needs no store.
+  std::unordered_map<TacAddr const*, int> mentions;
+  bool mentionsCounted;
+  // The branch already written as the jump of the comparison before it.
+  TacLine const* fusedBranch;
 };
