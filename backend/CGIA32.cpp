@@ -854,15 +854,34 @@ int CGIA32::CompareInts(TacLine const& line, int* test, int* y) {
   return x;
 }
 
+static bool IsComparison(TacOpcode op) {
+  switch (op) {
+    case ::tac_EQI: case ::tac_NEI: case ::tac_LTI: case ::tac_LEI:
+    case ::tac_EQD: case ::tac_NED: case ::tac_LTD: case ::tac_LED:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Two passes: the results of comparisons with a branch behind are collected
+// first, so that the count looks up every operand but stores only those few.
 void CGIA32::CountMentions(TacLine const* first) {
   mentions.clear();
-  for (TacLine const* l = first; l; l = l->next) {
-    if (l != first && OpensFunction(*l)) break;
+  mentionsCounted = true;
+  TacLine const* end = first;
+  for (; end && (end == first || !OpensFunction(*end)); end = end->next) {
+    TacLine const* next = end->next;
+    if (IsComparison(end->opcode) && next && (next->opcode == ::tac_IfEQI || next->opcode == ::tac_IfNEI))
+      mentions[end->c] = 0;
+  }
+  if (mentions.empty()) return;
+  for (TacLine const* l = first; l != end; l = l->next) {
     for (TacAddr const* addr : {l->a, l->b, l->c}) {
-      if (addr && !addr->IsConstant()) ++mentions[addr];
+      auto it = mentions.find(addr);
+      if (it != mentions.end()) ++it->second;
     }
   }
-  mentionsCounted = true;
 }
 
 // A local named by the comparison and the branch and by no other line of the

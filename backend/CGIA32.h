@@ -239,8 +239,7 @@ private:
   // sides swap and `*test` becomes its mirror. The register that holds the
   // other side, or -1, is left in `*y`.
   int CompareInts(TacLine const& line, int* test, int* y);
-  // Counts how many times each variable is named, from `first` up to the
-  // next function.
+  // Fills `mentions`, from `first` up to the next function.
   void CountMentions(TacLine const* first);
   // The tac_IfEQI or tac_IfNEI right behind a comparison that can take its
   // place, the comparison's result being read by it alone; `*onTrue` says
@@ -285,9 +284,9 @@ public:
   bool retvalIsFloat;
   SimpleVector<TacAddr const*> callParams;
   SimpleVector<TacAddr const*> funcParams;
-  // How often each variable is named in the function being written: a
-  // comparison's result named twice, by it and by the branch behind it,
-  // needs no store.
+  // How often the function being written names each result of a comparison
+  // that has a branch behind it: one named twice, by the comparison and by
+  // the branch, needs no store.
   std::unordered_map<TacAddr const*, int> mentions;
   bool mentionsCounted;
   // The branch already written as the jump of the comparison before it.
