@@ -1,5 +1,6 @@
 #include "backend/CGIA32.h"
 
+#include <cctype>
 #include <cstring>
 #include <utility>
 
@@ -884,15 +885,31 @@ void CGIA32::CountMentions(TacLine const* first) {
   }
 }
 
+// A temporary of the main program is static, its name the eight hex digits
+// of a counter; no identifier starts with a digit, and every other static
+// may be read by another function or the host.
+static bool IsStaticTemporary(TacAddr const* addr) {
+  if (addr->GetStorageClass() != StaticStorage) return false;
+  char const* name = addr->LinkName().CString();
+  char const* dot = strrchr(name, '.');
+  if (dot) name = dot + 1;
+  if (strlen(name) != 8 || !isdigit((unsigned char)name[0])) return false;
+  for (int i = 0; i < 8; ++i) {
+    if (!isdigit((unsigned char)name[i]) && !(name[i] >= 'A' && name[i] <= 'F')) return false;
+  }
+  return true;
+}
+
 // A local named by the comparison and the branch and by no other line of the
 // function is dead once the branch is taken or not, whichever way control
-// reached either line; a global, a field or a variable whose address is taken
-// is seen elsewhere, and a Boolean test against anything but 0 or 1 is left
-// to the branch.
+// reached either line; so is a temporary of the main program. A field, any
+// other static, or a variable whose address is taken is seen elsewhere, and
+// a Boolean test against anything but 0 or 1 is left to the branch.
 TacLine const* CGIA32::FusableBranch(TacLine const& line, bool* onTrue) const {
   TacAddr const* t = line.c;
   TacLine const* branch = line.next;
-  if (!branch || !t || t->IsConstant() || t->GetStorageClass() != LocalStorage) return nullptr;
+  if (!branch || !t || t->IsConstant()) return nullptr;
+  if (t->GetStorageClass() != LocalStorage && !IsStaticTemporary(t)) return nullptr;
   if (branch->opcode != ::tac_IfEQI && branch->opcode != ::tac_IfNEI) return nullptr;
   if (branch->a != t && branch->b != t) return nullptr;
   int value;
