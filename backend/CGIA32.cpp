@@ -847,7 +847,9 @@ int CGIA32::CompareInts(TacLine const& line, int* test, int* y) {
   int imm;
   if (ImmediateValue(b, &imm)) {
     *y = -1;
-    ImmediateOperation(&IA32OpWriter::ia32_cmp_imm8_se, &IA32OpWriter::ia32_cmp_imm32, x, imm);
+    // test x, x leaves the flags of cmp x, 0 (OF and CF clear) in a byte less.
+    if (imm == 0) ia32_test(kModRegister, x, x);
+    else ImmediateOperation(&IA32OpWriter::ia32_cmp_imm8_se, &IA32OpWriter::ia32_cmp_imm32, x, imm);
     return x;
   }
   *y = LoadTacAddr(b, SchemeExclude(x, kSchemeGeneral));

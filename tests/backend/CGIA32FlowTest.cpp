@@ -222,7 +222,7 @@ TEST(Flow, ACompareFusedWithItsBranchJumpsTheSameWayAndAReadResultIsKept) {
       for (bool kept : {false, true}) {
         define(test, shape, kept, 0, 0);
         if (test.floats) continue;
-        for (int32_t k : {INT32_MIN, -129, -1, 127, 128}) {
+        for (int32_t k : {INT32_MIN, -129, -1, 0, 127, 128}) {
           define(test, shape, kept, 1, k);
           define(test, shape, kept, 2, k);
         }
