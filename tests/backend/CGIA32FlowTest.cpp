@@ -114,8 +114,27 @@ TEST(Flow, LoopsAndBranchesBothWays) {
   program.Add(tac_IfLTI, count, program.Int(3), again);
   program.Return(count);
 
+  // n + (n-1) + ... + 1, tested at the bottom: a comparison fused with a
+  // backward branch, its constant on the left.
+  program.Function("down");
+  auto d = program.Params({{"n", kTypeInteger}});
+  TacAddr const* total = program.Local("total", kTypeInteger);
+  TacAddr const* more = program.Local("more", kTypeBoolean);
+  TacAddr const* top = program.Int(40);
+  program.Add(tac_Store, program.Int(0), nullptr, total);
+  program.Add(tac_Label, top);
+  program.Add(tac_AddI, total, d[0], total);
+  program.Add(tac_SubI, d[0], program.Int(1), d[0]);
+  program.Add(tac_LTI, program.Int(0), d[0], more);
+  program.Add(tac_IfNEI, more, program.Bool(false), top);
+  program.Return(total);
+
   LinkedModule image(GenerateIA32(program));
   ASSERT_TRUE(image);
+  IntFn down = image.Entry<IntFn>("down");
+  EXPECT_EQ(down(1), 1);
+  EXPECT_EQ(down(4), 10);
+  EXPECT_EQ(down(-3), -3);
   IntFn sum = image.Entry<IntFn>("sum");
   EXPECT_EQ(sum(0), 0);
   EXPECT_EQ(sum(1), 0);
