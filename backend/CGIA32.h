@@ -1,13 +1,17 @@
 // CGIA32: three-address code to IA-32 machine code, one line at a time, in
 // one pass.
 //
-// Two devices make a one-pass generator give tolerable code:
+// Three devices make a one-pass generator give tolerable code:
 // - A write-through register cache. Each general register lists the operands
 //   whose value it holds, so a value read twice is loaded once. Every result
 //   is stored to its variable at once, so memory is always current and a
 //   register never holds the only copy; that is what lets the lists be
 //   dropped wholesale at every label and after every call, which is the
 //   whole of the cache's "analysis".
+// - Compare-and-branch fusion. A comparison whose result only the branch
+//   right behind it reads (counted once per function, before its first
+//   line is written) writes cmp and the jump itself, with no setcc and no
+//   store, and the branch writes nothing.
 // - The late prolog. A function's body is written first; at tac_Return the
 //   prolog is written into a fresh block (only then is it known which
 //   callee-saved registers the body used and whether a return slot is
