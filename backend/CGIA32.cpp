@@ -244,10 +244,8 @@ void CGIA32::StoreTacAddr(int reg, TacAddr const* addr) {
     int d = LocalDisplacement(addr);
     ia32_mov_backwards(ModDisp(d), reg, kEBP, d);
   } else if (addr->GetStorageClass() == StaticStorage) {
-    int s = AllocateRegister(SchemeExclude(reg, kSchemeGeneral));
-    LoadGlobal(addr, 1);
-    ia32_mov_imm32(s, 0);
-    ia32_mov_backwards(kModNoDisp, reg, s);
+    LoadGlobal(addr, 2);
+    ia32_mov_backwards(kModNoDisp, reg, kRMAbsolute, 0);
   } else if (addr->type.GetMainType() == kTypeBoolean) {
     // One byte of the slot: new objects come zeroed, so the rest stays 0.
     int value = reg;
