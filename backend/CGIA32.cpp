@@ -1,5 +1,6 @@
 #include "backend/CGIA32.h"
 
+#include <cctype>
 #include <cstring>
 #include <utility>
 
@@ -29,7 +30,9 @@ CGIA32::CGIA32()
       baseOffset(0),
       clockValue(0),
       hasRetval(false),
-      retvalIsFloat(false) {}
+      retvalIsFloat(false),
+      mentionsCounted(false),
+      fusedBranch(nullptr) {}
 
 CGIA32::~CGIA32() = default;
 
@@ -60,8 +63,11 @@ int CGIA32::CodeBufferLength() { return currentFunction ? (int)currentFunction->
 
 // The line that opens a function belongs to none: its prolog is written
 // last and put in front, and the index is moved along with the body then.
+// The function's first line is where its operands are counted for fusion.
 void CGIA32::CompileLineBefore(TacLine const& line) {
-  if (lineIndex && !OpensFunction(line)) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+  if (OpensFunction(line)) return;
+  if (lineIndex) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+  if (!mentionsCounted && currentFunction) CountMentions(&line);
 }
 
 // ---------------------------------------------------------------------------
@@ -78,6 +84,9 @@ void CGIA32::BeginFunction(string name) {
   baseOffset = 0;
   hasRetval = false;
   retvalIsFloat = false;
+  mentions.clear();
+  mentionsCounted = false;
+  fusedBranch = nullptr;
   ResetRegisters();
 }
 
@@ -235,10 +244,8 @@ void CGIA32::StoreTacAddr(int reg, TacAddr const* addr) {
     int d = LocalDisplacement(addr);
     ia32_mov_backwards(ModDisp(d), reg, kEBP, d);
   } else if (addr->GetStorageClass() == StaticStorage) {
-    int s = AllocateRegister(SchemeExclude(reg, kSchemeGeneral));
-    LoadGlobal(addr, 1);
-    ia32_mov_imm32(s, 0);
-    ia32_mov_backwards(kModNoDisp, reg, s);
+    LoadGlobal(addr, 2);
+    ia32_mov_backwards(kModNoDisp, reg, kRMAbsolute, 0);
   } else if (addr->type.GetMainType() == kTypeBoolean) {
     // One byte of the slot: new objects come zeroed, so the rest stays 0.
     int value = reg;
@@ -801,15 +808,46 @@ void CGIA32::tac_NegD(TacLine const& line) {
 // ---------------------------------------------------------------------------
 // Comparisons and conversions
 
-int CGIA32::CompareInts(TacLine const& line, bool symmetric, int* y) {
+// The integer tests by the flags a cmp leaves, each with the jumps taken
+// when it holds and when it fails, and the test that holds with the sides
+// swapped.
+namespace {
+
+enum IntegerTestKind { kTestEQ, kTestNE, kTestLT, kTestLE, kTestGT, kTestGE, kIntegerTestCount };
+
+struct IntegerTest {
+  void (IA32OpWriter::*set)(int, int);
+  void (IA32OpWriter::*jump)(int);
+  void (IA32OpWriter::*jumpUnless)(int);
+  IntegerTestKind mirrored;
+};
+
+const IntegerTest kIntegerTests[] = {
+    {&IA32OpWriter::ia32_sete, &IA32OpWriter::ia32_je, &IA32OpWriter::ia32_jne, kTestEQ},
+    {&IA32OpWriter::ia32_setne, &IA32OpWriter::ia32_jne, &IA32OpWriter::ia32_je, kTestNE},
+    {&IA32OpWriter::ia32_setl, &IA32OpWriter::ia32_jl, &IA32OpWriter::ia32_jge, kTestGT},
+    {&IA32OpWriter::ia32_setle, &IA32OpWriter::ia32_jle, &IA32OpWriter::ia32_jg, kTestGE},
+    {&IA32OpWriter::ia32_setg, &IA32OpWriter::ia32_jg, &IA32OpWriter::ia32_jle, kTestLT},
+    {&IA32OpWriter::ia32_setge, &IA32OpWriter::ia32_jge, &IA32OpWriter::ia32_jl, kTestLE},
+};
+static_assert(std::size(kIntegerTests) == kIntegerTestCount);
+
+}  // namespace
+
+int CGIA32::CompareInts(TacLine const& line, int* test, int* y) {
   TacAddr const* a = line.a;
   TacAddr const* b = line.b;
-  if (symmetric && a->IsConstant() && !b->IsConstant()) std::swap(a, b);
+  if (a->IsConstant() && !b->IsConstant()) {
+    std::swap(a, b);
+    *test = kIntegerTests[*test].mirrored;
+  }
   int x = LoadTacAddr(a, kSchemeGeneral);
   int imm;
   if (ImmediateValue(b, &imm)) {
     *y = -1;
-    ImmediateOperation(&IA32OpWriter::ia32_cmp_imm8_se, &IA32OpWriter::ia32_cmp_imm32, x, imm);
+    // test x, x leaves the flags of cmp x, 0 (OF and CF clear) in a byte less.
+    if (imm == 0) ia32_test(kModRegister, x, x);
+    else ImmediateOperation(&IA32OpWriter::ia32_cmp_imm8_se, &IA32OpWriter::ia32_cmp_imm32, x, imm);
     return x;
   }
   *y = LoadTacAddr(b, SchemeExclude(x, kSchemeGeneral));
@@ -817,59 +855,139 @@ int CGIA32::CompareInts(TacLine const& line, bool symmetric, int* y) {
   return x;
 }
 
+static bool IsComparison(TacOpcode op) {
+  switch (op) {
+    case ::tac_EQI: case ::tac_NEI: case ::tac_LTI: case ::tac_LEI:
+    case ::tac_EQD: case ::tac_NED: case ::tac_LTD: case ::tac_LED:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Two passes: the results of comparisons with a branch behind are collected
+// first, so that the count looks up every operand but stores only those few.
+void CGIA32::CountMentions(TacLine const* first) {
+  mentions.clear();
+  mentionsCounted = true;
+  TacLine const* end = first;
+  for (; end && (end == first || !OpensFunction(*end)); end = end->next) {
+    TacLine const* next = end->next;
+    if (IsComparison(end->opcode) && next && (next->opcode == ::tac_IfEQI || next->opcode == ::tac_IfNEI))
+      mentions[end->c] = 0;
+  }
+  if (mentions.empty()) return;
+  for (TacLine const* l = first; l != end; l = l->next) {
+    for (TacAddr const* addr : {l->a, l->b, l->c}) {
+      auto it = mentions.find(addr);
+      if (it != mentions.end()) ++it->second;
+    }
+  }
+}
+
+// A temporary of the main program is static, its name the eight hex digits
+// of a counter; no identifier starts with a digit, and every other static
+// may be read by another function or the host.
+static bool IsStaticTemporary(TacAddr const* addr) {
+  if (addr->GetStorageClass() != StaticStorage) return false;
+  char const* name = addr->LinkName().CString();
+  char const* dot = strrchr(name, '.');
+  if (dot) name = dot + 1;
+  if (strlen(name) != 8 || !isdigit((unsigned char)name[0])) return false;
+  for (int i = 0; i < 8; ++i) {
+    if (!isdigit((unsigned char)name[i]) && !(name[i] >= 'A' && name[i] <= 'F')) return false;
+  }
+  return true;
+}
+
+// A local named by the comparison and the branch and by no other line of the
+// function is dead once the branch is taken or not, whichever way control
+// reached either line; so is a temporary of the main program. A field, any
+// other static, or a variable whose address is taken is seen elsewhere, and
+// a Boolean test against anything but 0 or 1 is left to the branch.
+TacLine const* CGIA32::FusableBranch(TacLine const& line, bool* onTrue) const {
+  TacAddr const* t = line.c;
+  TacLine const* branch = line.next;
+  if (!branch || !t || t->IsConstant()) return nullptr;
+  if (t->GetStorageClass() != LocalStorage && !IsStaticTemporary(t)) return nullptr;
+  if (branch->opcode != ::tac_IfEQI && branch->opcode != ::tac_IfNEI) return nullptr;
+  if (branch->a != t && branch->b != t) return nullptr;
+  int value;
+  if (!ImmediateValue(branch->a == t ? branch->b : branch->a, &value) || (value != 0 && value != 1)) return nullptr;
+  auto it = mentions.find(t);
+  if (it == mentions.end() || it->second != 2) return nullptr;
+  *onTrue = (branch->opcode == ::tac_IfEQI) == (value == 1);
+  return branch;
+}
+
+bool CGIA32::FuseBranch(TacLine const& line, void (IA32OpWriter::*jump)(int),
+                        void (IA32OpWriter::*jumpUnless)(int)) {
+  bool onTrue = false;
+  TacLine const* branch = FusableBranch(line, &onTrue);
+  if (!branch) return false;
+  (this->*(onTrue ? jump : jumpUnless))(FindLabel(branch->c->GetValue().sint32, 2));
+  fusedBranch = branch;
+  return true;
+}
+
 // The result register is only chosen after the compare: choosing writes no
 // code, so the flags survive until the set.
-void CGIA32::IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int), bool symmetric) {
+void CGIA32::IntegerCompare(TacLine const& line, int test) {
   int y;
-  int x = CompareInts(line, symmetric, &y);
+  int x = CompareInts(line, &test, &y);
+  IntegerTest const& chosen = kIntegerTests[test];
+  if (FuseBranch(line, chosen.jump, chosen.jumpUnless)) return;
   int scheme = SchemeExclude(x, kSchemeByte);
   if (y >= 0) scheme = SchemeExclude(y, scheme);
   int r = AllocateRegister(scheme);
-  (this->*set)(kModRegister, r);
+  (this->*chosen.set)(kModRegister, r);
   ia32_and_imm8_se(kModRegister, r, 1);
   StoreTacAddr(r, line.c);
 }
 
-// fcompp has left the comparison of st0 with st1 in C0, C2 and C3.
-void CGIA32::FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int, int),
-                          TacAddr const* c) {
+// fcompp has left the comparison of st0 with st1 in C0, C2 and C3; the
+// masked status word equals `expected` when the test holds, or fails it
+// when `negated`.
+void CGIA32::FloatCompare(TacLine const& line, int mask, int expected, bool negated) {
   ia32_fcompp();
   ia32_fnstsw();
   Touch(&registers[kEAX]);
   ia32_and_imm32(kModRegister, kEAX, mask);
   ia32_cmp_imm32(kModRegister, kEAX, expected);
+  IntegerTest const& chosen = kIntegerTests[negated ? kTestNE : kTestEQ];
+  if (FuseBranch(line, chosen.jump, chosen.jumpUnless)) return;
   int r = AllocateRegister(kSchemeByte);
-  (this->*set)(kModRegister, r);
+  (this->*chosen.set)(kModRegister, r);
   ia32_and_imm8_se(kModRegister, r, 1);
-  StoreTacAddr(r, c);
+  StoreTacAddr(r, line.c);
 }
 
-void CGIA32::tac_EQI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_sete, true); }
-void CGIA32::tac_NEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setne, true); }
-void CGIA32::tac_LTI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setl, false); }
-void CGIA32::tac_LEI(TacLine const& line) { IntegerCompare(line, &IA32OpWriter::ia32_setle, false); }
+void CGIA32::tac_EQI(TacLine const& line) { IntegerCompare(line, kTestEQ); }
+void CGIA32::tac_NEI(TacLine const& line) { IntegerCompare(line, kTestNE); }
+void CGIA32::tac_LTI(TacLine const& line) { IntegerCompare(line, kTestLT); }
+void CGIA32::tac_LEI(TacLine const& line) { IntegerCompare(line, kTestLE); }
 
 // Equal and ordered: C3 alone of C3 and C2.
 void CGIA32::tac_EQD(TacLine const& line) {
   BinaryFloats(line.a, line.b);
-  FloatCompare(kFpuC3 | kFpuC2, kFpuC3, &IA32OpWriter::ia32_sete, line.c);
+  FloatCompare(line, kFpuC3 | kFpuC2, kFpuC3, false);
 }
 
 void CGIA32::tac_NED(TacLine const& line) {
   BinaryFloats(line.a, line.b);
-  FloatCompare(kFpuC3 | kFpuC2, kFpuC3, &IA32OpWriter::ia32_setne, line.c);
+  FloatCompare(line, kFpuC3 | kFpuC2, kFpuC3, true);
 }
 
 // With `a` in st0: a below b and ordered, C0 alone of C0 and C2.
 void CGIA32::tac_LTD(TacLine const& line) {
   BinaryFloats(line.b, line.a);
-  FloatCompare(kFpuC0 | kFpuC2, kFpuC0, &IA32OpWriter::ia32_sete, line.c);
+  FloatCompare(line, kFpuC0 | kFpuC2, kFpuC0, false);
 }
 
 // With `b` in st0: not (b below a), so an unordered pair gives true.
 void CGIA32::tac_LED(TacLine const& line) {
   BinaryFloats(line.a, line.b);
-  FloatCompare(kFpuC0 | kFpuC2, kFpuC0, &IA32OpWriter::ia32_setne, line.c);
+  FloatCompare(line, kFpuC0 | kFpuC2, kFpuC0, true);
 }
 
 void CGIA32::tac_ItoD(TacLine const& line) {
@@ -928,15 +1046,19 @@ void CGIA32::tac_Label(TacLine const& line) {
 
 void CGIA32::tac_Jump(TacLine const& line) { ia32_jmp(FindLabel(line.c->GetValue().sint32, 1)); }
 
-void CGIA32::IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), bool symmetric) {
+void CGIA32::IntegerBranch(TacLine const& line, int test) {
+  if (&line == fusedBranch) {
+    fusedBranch = nullptr;
+    return;
+  }
   int y;
-  CompareInts(line, symmetric, &y);
-  (this->*jump)(FindLabel(line.c->GetValue().sint32, 2));
+  CompareInts(line, &test, &y);
+  (this->*kIntegerTests[test].jump)(FindLabel(line.c->GetValue().sint32, 2));
 }
 
-void CGIA32::tac_IfEQI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_je, true); }
-void CGIA32::tac_IfNEI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jne, true); }
-void CGIA32::tac_IfLTI(TacLine const& line) { IntegerBranch(line, &IA32OpWriter::ia32_jl, false); }
+void CGIA32::tac_IfEQI(TacLine const& line) { IntegerBranch(line, kTestEQ); }
+void CGIA32::tac_IfNEI(TacLine const& line) { IntegerBranch(line, kTestNE); }
+void CGIA32::tac_IfLTI(TacLine const& line) { IntegerBranch(line, kTestLT); }
 
 // ---------------------------------------------------------------------------
 // Reference counts

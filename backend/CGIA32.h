@@ -1,13 +1,17 @@
 // CGIA32: three-address code to IA-32 machine code, one line at a time, in
 // one pass.
 //
-// Two devices make a one-pass generator give tolerable code:
+// Three devices make a one-pass generator give tolerable code:
 // - A write-through register cache. Each general register lists the operands
 //   whose value it holds, so a value read twice is loaded once. Every result
 //   is stored to its variable at once, so memory is always current and a
 //   register never holds the only copy; that is what lets the lists be
 //   dropped wholesale at every label and after every call, which is the
 //   whole of the cache's "analysis".
+// - Compare-and-branch fusion. A comparison whose result only the branch
+//   right behind it reads (counted once per function, before its first
+//   line is written) writes cmp and the jump itself, with no setcc and no
+//   store, and the branch writes nothing.
 // - The late prolog. A function's body is written first; at tac_Return the
 //   prolog is written into a fresh block (only then is it known which
 //   callee-saved registers the body used and whether a return slot is
@@ -41,6 +45,7 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_map>
 
 #include "backend/IA32OpWriter.h"
 #include "backend/CodeGenerator.h"
@@ -234,13 +239,24 @@ private:
   void IntegerArithmetic(TacLine const& line, void (IA32OpWriter::*op)(int, int, int),
                          void (IA32OpWriter::*byteForm)(int, int, int) = nullptr,
                          void (IA32OpWriter::*wordForm)(int, int, int) = nullptr, bool commutative = false);
-  // cmp x, y, or cmp x, imm when `b` is constant (or, for a symmetric test,
-  // `a`); the register that holds the other side.
-  int CompareInts(TacLine const& line, bool symmetric, int* y);
+  // cmp x, y, or cmp x, imm when `b` is constant. When only `a` is, the
+  // sides swap and `*test` becomes its mirror. The register that holds the
+  // other side, or -1, is left in `*y`.
+  int CompareInts(TacLine const& line, int* test, int* y);
+  // Fills `mentions`, from `first` up to the next function.
+  void CountMentions(TacLine const* first);
+  // The tac_IfEQI or tac_IfNEI right behind a comparison that can take its
+  // place, the comparison's result being read by it alone; `*onTrue` says
+  // whether it jumps when the comparison holds. Null where it can't.
+  TacLine const* FusableBranch(TacLine const& line, bool* onTrue) const;
+  // With the flags of the comparison set, writes the jump of its fusable
+  // branch and marks that branch to be skipped; false, writing nothing,
+  // where there is none.
+  bool FuseBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), void (IA32OpWriter::*jumpUnless)(int));
   void FloatArithmetic(TacLine const& line, void (IA32OpWriter::*op)());
-  void IntegerCompare(TacLine const& line, void (IA32OpWriter::*set)(int, int), bool symmetric);
-  void FloatCompare(int mask, int expected, void (IA32OpWriter::*set)(int, int), TacAddr const* c);
-  void IntegerBranch(TacLine const& line, void (IA32OpWriter::*jump)(int), bool symmetric);
+  void IntegerCompare(TacLine const& line, int test);
+  void FloatCompare(TacLine const& line, int mask, int expected, bool negated);
+  void IntegerBranch(TacLine const& line, int test);
   // The quotient lands in eax, the remainder in edx.
   void DivideEAX(TacLine const& line, bool remainder);
   void Peek(TacLine const& line, bool byteLoad);
@@ -272,4 +288,11 @@ public:
   bool retvalIsFloat;
   SimpleVector<TacAddr const*> callParams;
   SimpleVector<TacAddr const*> funcParams;
+  // How often the function being written names each result of a comparison
+  // that has a branch behind it: one named twice, by the comparison and by
+  // the branch, needs no store.
+  std::unordered_map<TacAddr const*, int> mentions;
+  bool mentionsCounted;
+  // The branch already written as the jump of the comparison before it.
+  TacLine const* fusedBranch;
 };

@@ -258,6 +258,16 @@ void IA32OpWriter::ia32_setle(int mod, int rm) {
   WritePlainOperand(mod, 0, rm);
 }
 
+void IA32OpWriter::ia32_setg(int mod, int rm) {
+  ia32_WriteOpcode(0x0F, 0x9F);
+  WritePlainOperand(mod, 0, rm);
+}
+
+void IA32OpWriter::ia32_setge(int mod, int rm) {
+  ia32_WriteOpcode(0x0F, 0x9D);
+  WritePlainOperand(mod, 0, rm);
+}
+
 // ---------------------------------------------------------------------------
 // No operands, or one in the opcode or behind it
 
@@ -305,6 +315,16 @@ void IA32OpWriter::ia32_jl(int rel) {
 
 void IA32OpWriter::ia32_jle(int rel) {
   ia32_WriteOpcode(0x0F, 0x8E);
+  ia32_Write32(rel);
+}
+
+void IA32OpWriter::ia32_jg(int rel) {
+  ia32_WriteOpcode(0x0F, 0x8F);
+  ia32_Write32(rel);
+}
+
+void IA32OpWriter::ia32_jge(int rel) {
+  ia32_WriteOpcode(0x0F, 0x8D);
   ia32_Write32(rel);
 }
 

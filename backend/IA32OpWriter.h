@@ -100,6 +100,8 @@ public:
   void ia32_setne(int mod, int rm);                  // 0F 95 /0  setne r/m8
   void ia32_setl(int mod, int rm);                   // 0F 9C /0  setl r/m8
   void ia32_setle(int mod, int rm);                  // 0F 9E /0  setle r/m8
+  void ia32_setg(int mod, int rm);                   // 0F 9F /0  setg r/m8
+  void ia32_setge(int mod, int rm);                  // 0F 9D /0  setge r/m8
 
   // No operands, or one in the opcode or behind it.
   void ia32_cdq();                  // 99        cdq
@@ -115,6 +117,8 @@ public:
   void ia32_jne(int rel);           // 0F 85 cd  jne rel32
   void ia32_jl(int rel);            // 0F 8C cd  jl rel32
   void ia32_jle(int rel);           // 0F 8E cd  jle rel32
+  void ia32_jg(int rel);            // 0F 8F cd  jg rel32
+  void ia32_jge(int rel);           // 0F 8D cd  jge rel32
 
   // Float unit, register stack.
   void ia32_faddp();    // DE C1  faddp st(1), st(0)

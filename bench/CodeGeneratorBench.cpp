@@ -57,6 +57,8 @@ public:
     TacAddr const* i = local("i", kTypeInteger);
     TacAddr const* t = local("t", kTypeInteger);
     TacAddr const* f = local("f", kTypeBoolean);
+    // An If's condition is a temporary that only its branch reads.
+    TacAddr const* cond = local("00000001", kTypeBoolean);
     TacAddr const* d = local("d", kTypeDouble);
     TacAddr const* s = local("s", kTypeString);
     Add(tac_GetParam, nullptr, nullptr, x);
@@ -77,8 +79,8 @@ public:
     Add(tac_DivI, total, Int(3), t);
     Add(tac_SubI, t, field, t);
     Add(tac_Store, t, nullptr, field);
-    Add(tac_LTI, t, k, f);
-    Add(tac_IfEQI, f, gTacFalse, skip);
+    Add(tac_LTI, t, k, cond);
+    Add(tac_IfEQI, cond, gTacFalse, skip);
     Add(tac_ItoD, t, nullptr, d);
     Add(tac_MulD, d, x, d);
     Add(tac_AddD, d, weight, weight);

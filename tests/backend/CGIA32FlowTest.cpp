@@ -3,7 +3,9 @@
 // frame and its prolog, and the exception marker blocks.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -112,8 +114,27 @@ TEST(Flow, LoopsAndBranchesBothWays) {
   program.Add(tac_IfLTI, count, program.Int(3), again);
   program.Return(count);
 
+  // n + (n-1) + ... + 1, tested at the bottom: a comparison fused with a
+  // backward branch, its constant on the left.
+  program.Function("down");
+  auto d = program.Params({{"n", kTypeInteger}});
+  TacAddr const* total = program.Local("total", kTypeInteger);
+  TacAddr const* more = program.Local("more", kTypeBoolean);
+  TacAddr const* top = program.Int(40);
+  program.Add(tac_Store, program.Int(0), nullptr, total);
+  program.Add(tac_Label, top);
+  program.Add(tac_AddI, total, d[0], total);
+  program.Add(tac_SubI, d[0], program.Int(1), d[0]);
+  program.Add(tac_LTI, program.Int(0), d[0], more);
+  program.Add(tac_IfNEI, more, program.Bool(false), top);
+  program.Return(total);
+
   LinkedModule image(GenerateIA32(program));
   ASSERT_TRUE(image);
+  IntFn down = image.Entry<IntFn>("down");
+  EXPECT_EQ(down(1), 1);
+  EXPECT_EQ(down(4), 10);
+  EXPECT_EQ(down(-3), -3);
   IntFn sum = image.Entry<IntFn>("sum");
   EXPECT_EQ(sum(0), 0);
   EXPECT_EQ(sum(1), 0);
@@ -123,6 +144,138 @@ TEST(Flow, LoopsAndBranchesBothWays) {
   EXPECT_EQ(choose(3, 3), 1 + 4);
   EXPECT_EQ(choose(3, 4), 2 + 3);
   EXPECT_EQ(image.Entry<int (*)()>("twice")(), 3);
+}
+
+// ---------------------------------------------------------------------------
+// A comparison whose result only the branch behind it reads becomes cmp and
+// one conditional jump, with no setcc and no store.
+
+struct FusedTest {
+  TacOpcode op;
+  char const* name;
+  bool floats;
+  bool (*holds)(double, double);
+};
+
+const FusedTest kFusedTests[] = {
+    {tac_EQI, "eq", false, [](double a, double b) { return a == b; }},
+    {tac_NEI, "ne", false, [](double a, double b) { return a != b; }},
+    {tac_LTI, "lt", false, [](double a, double b) { return a < b; }},
+    {tac_LEI, "le", false, [](double a, double b) { return a <= b; }},
+    {tac_EQD, "eqd", true, [](double a, double b) { return a == b; }},
+    {tac_NED, "ned", true, [](double a, double b) { return !(a == b); }},
+    {tac_LTD, "ltd", true, [](double a, double b) { return a < b; }},
+    {tac_LED, "led", true, [](double a, double b) { return !(b < a); }},
+};
+
+// The branch: its opcode, the Boolean it tests against, and whether that
+// Boolean is its first operand.
+struct BranchShape {
+  TacOpcode op;
+  bool against;
+  bool constantFirst;
+};
+const BranchShape kBranchShapes[] = {
+    {tac_IfEQI, false, false}, {tac_IfNEI, false, false}, {tac_IfEQI, true, false}, {tac_IfNEI, true, true}};
+
+bool Taken(BranchShape const& shape, bool holds) { return (shape.op == tac_IfEQI) == (holds == shape.against); }
+
+// Signed edges, and the ends of the sign-extended byte.
+const int32_t kEdgeInts[] = {INT32_MIN, -129, -128, -1, 0, 1, 127, 128, INT32_MAX};
+const double kEdgeDoubles[] = {-2.5, -0.0, 0.0, 1.0, HUGE_VAL, NAN};
+
+// Any setcc: 0F 90 to 0F 9F. The operands here are small frame offsets and
+// the constants above, none of which holds that pair.
+bool HasSetcc(Ref<FunctionBlock> code) {
+  for (unsigned i = 0; i + 1 < code->Length(); ++i) {
+    if (code->Get8(i) == 0x0F && (code->Get8(i + 1) & 0xF0) == 0x90) return true;
+  }
+  return false;
+}
+
+// Each function gives 1 when its branch is taken, else 0; a "kept" one also
+// reads the comparison's result afterwards and gives 2 * taken + result.
+// Integer operands are two parameters, or one and a constant `k` on either
+// side. The result is a local, a temporary of the main program (a static
+// named by a counter), or a global that other code may read, never fused.
+TEST(Flow, ACompareFusedWithItsBranchJumpsTheSameWayAndAReadResultIsKept) {
+  struct Defined {
+    std::string name;
+    FusedTest const* test;
+    BranchShape const* shape;
+    bool kept;
+    int side;  // 0: two parameters; 1: the constant second; 2: first
+    int32_t k;
+    int storage;  // 0: local; 1: static temporary; 2: global
+  };
+  TacProgram program;
+  std::vector<Defined> defined;
+  auto define = [&](FusedTest const& test, BranchShape const& shape, bool kept, int side, int32_t k) {
+    int storage = (int)(defined.size() % 3);
+    defined.push_back({"f" + std::to_string(defined.size()), &test, &shape, kept, side, k, storage});
+    program.Function(defined.back().name.c_str());
+    SimpleDataType type = test.floats ? kTypeDouble : kTypeInteger;
+    auto p = program.Params({{"a", type}, {"b", type}});
+    TacAddr const* t = storage == 0 ? program.Local("t", kTypeBoolean)
+                       : storage == 1 ? program.Global("Mod.0000001A", kTypeBoolean)
+                                      : program.Global("flag", kTypeBoolean);
+    TacAddr const* r = program.Local("r", kTypeInteger);
+    TacAddr const* taken = program.Int(1);
+    TacAddr const* done = program.Int(2);
+    program.Add(test.op, side == 2 ? program.Int(k) : p[0], side == 1 ? program.Int(k) : p[1], t);
+    TacAddr const* against = program.Bool(shape.against);
+    program.Add(shape.op, shape.constantFirst ? against : t, shape.constantFirst ? t : against, taken);
+    program.Add(tac_Store, program.Int(0), nullptr, r);
+    program.Add(tac_Jump, nullptr, nullptr, done);
+    program.Add(tac_Label, taken);
+    program.Add(tac_Store, program.Int(1), nullptr, r);
+    program.Add(tac_Label, done);
+    if (kept) {
+      program.Add(tac_AddI, r, r, r);
+      program.Add(tac_AddI, r, t, r);
+    }
+    program.Return(r);
+  };
+  for (FusedTest const& test : kFusedTests) {
+    for (BranchShape const& shape : kBranchShapes) {
+      for (bool kept : {false, true}) {
+        define(test, shape, kept, 0, 0);
+        if (test.floats) continue;
+        for (int32_t k : {INT32_MIN, -129, -1, 0, 127, 128}) {
+          define(test, shape, kept, 1, k);
+          define(test, shape, kept, 2, k);
+        }
+      }
+    }
+  }
+  Ref<CodeModule> module = GenerateIA32(program);
+  LinkedModule image(module);
+  ASSERT_TRUE(image);
+
+  for (Defined const& f : defined) {
+    EXPECT_EQ(HasSetcc(FindFunction(module, f.name.c_str())), f.kept || f.storage == 2) << f.test->name;
+    auto check = [&](double a, double b, int got) {
+      bool holds = f.test->holds(a, b);
+      int taken = Taken(*f.shape, holds);
+      EXPECT_EQ(got, f.kept ? 2 * taken + holds : taken)
+          << f.test->name << " " << f.shape->op << " " << f.shape->against << " " << f.kept << ": " << a << ", " << b;
+    };
+    if (f.test->floats) {
+      auto fn = image.Entry<int (*)(double, double)>(f.name.c_str());
+      for (double a : kEdgeDoubles) {
+        for (double b : kEdgeDoubles) check(a, b, fn(a, b));
+      }
+      continue;
+    }
+    auto fn = image.Entry<IntIntFn>(f.name.c_str());
+    for (int32_t x : kEdgeInts) {
+      for (int32_t y : kEdgeInts) {
+        int32_t a = f.side == 2 ? f.k : x;
+        int32_t b = f.side == 1 ? f.k : y;
+        check(a, b, fn(x, y));
+      }
+    }
+  }
 }
 
 TEST(Flow, AJumpToALabelNeverPlacedIsError94) {

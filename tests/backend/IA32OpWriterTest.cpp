@@ -274,6 +274,8 @@ const EncodingCase kExtensionCases[] = {
     CASE("setne %cl", ia32_setne(3, kECX)),
     CASE("setl %dl", ia32_setl(3, kEDX)),
     CASE("setle %bl", ia32_setle(3, kEBX)),
+    CASE("setg %al", ia32_setg(3, kEAX)),
+    CASE("setge %cl", ia32_setge(3, kECX)),
 };
 
 TEST(IA32Writer, OpcodeExtensions) { ExpectDisassembly(kExtensionCases); }
@@ -308,6 +310,8 @@ const EncodingCase kShortFormCases[] = {
     CASE("jne 0x0", ia32_jne(-6)),
     CASE("jl 0xffffff85", ia32_jl(-129)),
     CASE("jle 0x10006", ia32_jle(0x10000)),
+    CASE("jg 0x86", ia32_jg(128)),
+    CASE("jge 0xffffff86", ia32_jge(-128)),
 };
 
 TEST(IA32Writer, ShortForms) { ExpectDisassembly(kShortFormCases); }
