@@ -61,6 +61,16 @@ void Yield(Ref<SemBase> code) {
     code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicVELDYieldToKV), nilTacAddr, nilTacAddr);
 }
 
+// An ElseIf's or a Case's block: when the condition holds, the code runs
+// and leaves the whole If or Select (the -1 jump is patched to its end).
+void GuardedBlock(Ref<SemBase> condition, Ref<SemBase> code, Ref<SemBase> into) {
+  TacAddr const* next = NewLabel();
+  Branch(tac_IfEQI, TestCondition(condition, into), next, into);
+  AppendCode(into, code);
+  Jump(Literal(kUnresolvedExitTarget), into);
+  Place(next, into);
+}
+
 TacAddr const* OpenLoop() {
   TacAddr const* exit = NewLabel();
   if (gContext) gContext->exitTargets.push_back(exit);
@@ -159,12 +169,7 @@ Ref<SemBase> CompileEndIf(Ref<SemBase> condition, Ref<SemBase> header, Ref<SemBa
 Ref<SemBase> CompileElseIf(Ref<SemBase> condition, Ref<SemBase> code) {
   Ref<SemBase> result = NewCode(condition ? &condition->Location() : nullptr);
   if (!condition) Error(ConditionNotBoolean, result->Location());
-  TacAddr const* next = NewLabel();
-  TacAddr const* v = TestCondition(condition, result);
-  Branch(tac_IfEQI, v, next, result);
-  AppendCode(result, code);
-  Jump(Literal(kUnresolvedExitTarget), result);
-  Place(next, result);
+  GuardedBlock(condition, code, result);
   return TraceRoutine("CompileElseIf", result, {condition, code});
 }
 
@@ -191,12 +196,7 @@ Ref<SemBase> PeekSelectExpr() {
 
 Ref<SemBase> CompileCase(Ref<SemBase> conditions, Ref<SemBase> header, Ref<SemBase> code) {
   if (!header) header = NewCode();
-  TacAddr const* next = NewLabel();
-  TacAddr const* v = TestCondition(conditions, header);
-  Branch(tac_IfEQI, v, next, header);
-  AppendCode(header, code);
-  Jump(Literal(kUnresolvedExitTarget), header);
-  Place(next, header);
+  GuardedBlock(conditions, code, header);
   return TraceRoutine("CompileCase", header, {conditions, header, code});
 }
 
