@@ -302,7 +302,7 @@ def generate(lines_wanted, gen, per_function):
 
 
 def compile_speed(args, kvscript, use_cpu):
-    sizes = [10000, 100000]
+    sizes = args.compile_lines
     # The one row that runs its program must print what Lua prints for the same program.
     tools = [
         ("kvscript FILE (compile to native code, run a 3-call main)", ".kvs",
@@ -364,13 +364,16 @@ def compile_speed(args, kvscript, use_cpu):
 def main():
     p = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     p.add_argument("--bench", help="folder with workloads/ and expected.txt (default: shared/bench beside the repository)")
-    p.add_argument("--kvscript", default=os.path.join(TOP, "build", "kvscript"))
+    p.add_argument("--kvscript", default=os.path.join(TOP, "build", "kvscript"),
+                   help="the engine to time (default build/kvscript, built when absent)")
     p.add_argument("-n", "--runs", type=int, default=5, help="runs of each program (default 5)")
     p.add_argument("--compile-runs", type=int, help="runs of each compile (default: --runs)")
     p.add_argument("--timeout", type=float, default=300, help="seconds before a run counts as hung")
     p.add_argument("--cpu", action="store_true", help="time user + system CPU instead of wall-clock")
     p.add_argument("--workloads", nargs="+", default=WORKLOADS, metavar="NAME")
     p.add_argument("--no-compile", action="store_true", help="skip the compile-speed table")
+    p.add_argument("--compile-lines", type=int, nargs="+", default=[10000, 100000], metavar="LINES",
+                   help="sizes of the generated programs (default 10000 100000)")
     args = p.parse_args()
     if args.compile_runs is None:
         args.compile_runs = args.runs
