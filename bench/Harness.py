@@ -135,7 +135,10 @@ def run_timed(argv, timeout, stdout=subprocess.PIPE):
 def build_c(source, work, opt):
     exe = os.path.join(work, os.path.basename(source)[:-2] + opt.replace("-", "_"))
     r = subprocess.run(["gcc", "-m32", opt, source, "-o", exe, "-lm"], capture_output=True, text=True)
-    return exe if r.returncode == 0 else None
+    if r.returncode != 0:
+        say(f"harness: gcc {opt} {source} failed; its cell says missing:\n{r.stderr.strip()}")
+        return None
+    return exe
 
 
 def commands(workload, wdir, work, kvscript):
