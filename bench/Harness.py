@@ -175,7 +175,7 @@ def judge(engine, status, out, expected):
 def run_workloads(args, bench_dir, kvscript, use_cpu):
     expected = read_expected(bench_dir)
     wdir = os.path.join(bench_dir, "workloads")
-    results, notes = {}, []
+    results, untimed = {}, []
     with tempfile.TemporaryDirectory(prefix="kvbench") as work:
         cmds = {w: commands(w, wdir, work, kvscript) for w in args.workloads}
         for w in args.workloads:
@@ -194,10 +194,10 @@ def run_workloads(args, bench_dir, kvscript, use_cpu):
                     if verdict:
                         results[w][e] = verdict
                         got = out.strip().split("\n")[0] if out.strip() else err
-                        notes.append(f"{w} / {e}: {verdict} (exit {status}): {got[:100]}")
+                        untimed.append(f"{w} / {e}: {verdict} (exit {status}): {got[:100]}")
                     else:
                         cell.append(used if use_cpu else wall)
-    return results, notes
+    return results, untimed
 
 
 def median_or_word(cell):
@@ -322,7 +322,7 @@ def compile_speed(args, kvscript, use_cpu):
          lambda f: ["gcc", "-m32", "-O0", "-c", f, "-o", "/dev/null"], None),
     ]
     gens = {".kvs": (gen_kvs, 9), ".lua": (gen_lua, 9), ".c": (gen_c, 11)}
-    rows, notes = [], []
+    rows, untimed = [], []
     with tempfile.TemporaryDirectory(prefix="kvcompile") as work:
         files = {}
         for size in sizes:
@@ -350,7 +350,7 @@ def compile_speed(args, kvscript, use_cpu):
                         verdict, err = WRONG, out.strip()[:100]
                     if verdict:
                         times[name, size] = verdict
-                        notes.append(f"compile {name}, {size} lines: {verdict} (exit {status}): {err[:100]}")
+                        untimed.append(f"compile {name}, {size} lines: {verdict} (exit {status}): {err[:100]}")
                         continue
                     cell.append(used if use_cpu else wall)
         for name, ext, _, _ in tools:
@@ -363,7 +363,7 @@ def compile_speed(args, kvscript, use_cpu):
     print_table(f"Compile speed: lines per second ({what}, whole process, start-up included, "
                 f"median of {args.compile_runs})",
                 ["tool"] + [f"{s:,} lines" for s in sizes], rows)
-    return notes
+    return untimed
 
 
 def main():
@@ -389,19 +389,19 @@ def main():
     say(f"harness: workloads from {bench_dir}")
     warn = emulated()
 
-    results, notes = run_workloads(args, bench_dir, kvscript, args.cpu)
+    results, untimed = run_workloads(args, bench_dir, kvscript, args.cpu)
     if warn:
         print()
         print("WARNING: 32-bit programs (kvscript, gcc -m32) run under qemu emulation here while lua5.4 "
               "and luajit run natively: the ratios say nothing about the engines.")
     print_workloads(results, args, args.cpu)
     if not args.no_compile:
-        notes += compile_speed(args, kvscript, args.cpu)
-    if notes:
+        untimed += compile_speed(args, kvscript, args.cpu)
+    if untimed:
         print()
         print("Cells not timed:")
-        for n in notes:
-            print("  " + n)
+        for line in untimed:
+            print("  " + line)
 
 
 if __name__ == "__main__":
