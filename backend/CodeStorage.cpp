@@ -45,6 +45,7 @@ void DataBlock::resize(unsigned int newCapacity) {
 void DataBlock::growby(unsigned int extra) {
   if (length + extra <= capacity) return;
   uint32_t step = extra > growAmount ? extra : growAmount;
+  if (step < capacity / 2) step = capacity / 2;
   resize(capacity + step);
   growAmount *= 2;
   if (growAmount < kMinGrowAmount) growAmount = kMinGrowAmount;

@@ -22,8 +22,10 @@
 #include "foundation/StringMap.h"
 
 // Growth steps of a DataBlock: code is written a byte or a word at a time, so
-// steps double from 16 bytes to spare reallocations, and stop at 4096 so that
-// a large block never over-allocates by more than one step.
+// steps double from 16 bytes to 4096 to spare reallocations. A block larger
+// than that grows by half its size at least: the linker appends every
+// function into one block, and fixed steps would copy a block of n bytes n /
+// 4096 times, compile time growing with the square of the program.
 constexpr uint32_t kMinGrowAmount = 16;
 constexpr uint32_t kMaxGrowAmount = 4096;
 

@@ -158,6 +158,19 @@ Ref<SemBase> CompileFunctionProlog(Ref<SemBase> table, Ref<SemBase> parameters) 
 // adds nothing.
 Ref<SemBase> MakeDefaultExceptionHandler(Ref<SemBase> tail) { return tail; }
 
+// The method the miner declared under the mangled name `mangled`, found
+// among the overloads of its base name: a search of every method of a
+// module for each method compiled would make compile time grow with the
+// square of the program.
+FunctionDeclaration* FindDeclared(FunctionDeclarationListOwner const* owner, string const& base,
+                                  string const& mangled) {
+  Ref<SimpleVector<FunctionDeclaration*>> overloads =
+      owner ? owner->LookupMethodsByBase(base, kFilterAll) : Ref<SimpleVector<FunctionDeclaration*>>();
+  for (unsigned long i = 0; overloads && i < overloads->size(); ++i)
+    if ((*overloads.Get())[i]->GetName() == mangled) return (*overloads.Get())[i];
+  return nullptr;
+}
+
 // Every module from the innermost open one out to the root, whose own name
 // qualifies nothing.
 string QualifyByModules(string text) {
@@ -227,6 +240,7 @@ void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> re
       ReportNotYetSupported("Handles", &name->Location());
       text = AddEventDesignatorToName(text);
     }
+    string base = text;
     if (gContext->inClass && gContext->currentClass) {
       text = QualifyName(gContext->currentClass->GetName(), text);
       text = AddParameterDescriptionToName(text, IRDataType(gContext->currentClass->GetName()));
@@ -238,8 +252,8 @@ void CompileFunction(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> re
     if (!returnType) text = AddReturnTypeDescriptionToName(text, IRDataType());
     text = QualifyByModules(text);
     FunctionDeclaration* found = nullptr;
-    if (gContext->inClass && gContext->currentClass) found = gContext->currentClass->LookupMethod(text);
-    if (!found && gContext->CurrentModule()) found = gContext->CurrentModule()->LookupMethod(text);
+    if (gContext->inClass && gContext->currentClass) found = FindDeclared(gContext->currentClass, base, text);
+    if (!found) found = FindDeclared(gContext->CurrentModule(), base, text);
     if (!found) Error(UnknownName, name->Location());
     gContext->currentFunction = found;
   }
