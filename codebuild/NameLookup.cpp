@@ -256,35 +256,16 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
   return ReportCallFailure(err, name, mode, args, value);
 }
 
-// `M.x` names a member of M itself. The module's lookups climb to the
+// `M.x` names a member of M itself: the module's plain lookups climb to the
 // enclosing modules as well, which would let `M.x` reach a global, and make
 // `M.f` tie with a global f of the same parameters.
-bool IsOwnMember(ModuleDeclaration* module, void const* member) {
-  for (unsigned int i = 0; i < module->CountMethods(); ++i)
-    if (module->GetMethod(i) == member) return true;
-  for (unsigned int i = 0; i < module->CountProperties(); ++i)
-    if (module->GetProperty(i) == member) return true;
-  for (unsigned int i = 0; i < module->CountConstants(); ++i)
-    if (module->GetConstant(i) == member) return true;
-  return false;
-}
-
-MethodList OwnMethods(ModuleDeclaration* module, MethodList const& list) {
-  if (!HasMethods(list)) return list;
-  MethodList own;
-  own.BindNewObject(new SimpleVector<FunctionDeclaration*>());
-  for (unsigned long i = 0; i < list->size(); ++i)
-    if (IsOwnMember(module, (*list.Get())[i])) own->push_back((*list.Get())[i]);
-  return own;
-}
-
 Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
   ModuleDeclaration* module = gContext->rootModule ? gContext->rootModule->LookupModule(left->toString()) : nullptr;
   if (!module) return ReportFailure(err, name, mode);
-  MethodList methods = OwnMethods(module, module->LookupMethodsByBase(text, Filter(value)));
+  MethodList methods = module->LookupOwnMethodsByBase(text, Filter(value));
   if (HasMethods(methods)) {
     Ref<SemBase> callArgs = AssignedArguments(args, value);
     CompileErrorCode reason = kNoCompileError;
@@ -292,8 +273,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
     if (chosen && chosen->GetScope() != ScopedDeclaration::kScopePrivate) return CompileCall(chosen, callArgs);
     Keep(err, chosen ? InaccessibleMethod : reason);
   }
-  PropertyDeclaration* property = module->LookupProperty(text);
-  if (property && IsOwnMember(module, property)) {
+  if (PropertyDeclaration* property = module->LookupOwnProperty(text)) {
     if (property->GetScope() != ScopedDeclaration::kScopePrivate) {
       CompileErrorCode reason = kNoCompileError;
       if (Ref<SemBase> r = AccessModuleProperty(property, name->Location(), args, value, mode, reason)) return r;
@@ -302,8 +282,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
       err = InaccessibleMember;
     }
   }
-  ConstantDeclaration* constant = module->LookupConstant(text);
-  if (constant && IsOwnMember(module, constant)) {
+  if (ConstantDeclaration* constant = module->LookupOwnConstant(text)) {
     bool permitted = constant->GetScope() != ScopedDeclaration::kScopePrivate;
     if (Ref<SemBase> r = AccessPermittedConstant(permitted, name, constant, args, value, mode, err)) return r;
   }

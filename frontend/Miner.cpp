@@ -46,10 +46,6 @@ void SkipLine(int token) {
   while (!EndsLine(token)) token = GetToken();
 }
 
-// Passes the rest of a line but leaves its line break for the caller.
-void SkipToLineEnd() {
-  while (!EndsLine(PeekToken())) GetToken();
-}
 
 string TokenText() { return yylval->toString(); }
 

@@ -219,8 +219,7 @@ ModuleDeclaration::~ModuleDeclaration() {
 
 Ref<SimpleVector<FunctionDeclaration*> > ModuleDeclaration::LookupMethodsByBase(
     string baseName, MethodFilter filter) const {
-  Ref<SimpleVector<FunctionDeclaration*> > result;
-  CollectOwnOverloads(baseName, filter, result);
+  Ref<SimpleVector<FunctionDeclaration*> > result = LookupOwnMethodsByBase(baseName, filter);
   if (!parent) return result;
   Ref<SimpleVector<FunctionDeclaration*> > outer = parent->LookupMethodsByBase(baseName, filter);
   if (!outer) return result;
@@ -233,9 +232,20 @@ void ModuleDeclaration::AddProperty(PropertyDeclaration* p) {
   AddIndexed(properties, propertyIndex, p->GetName(), p);
 }
 
+Ref<SimpleVector<FunctionDeclaration*> > ModuleDeclaration::LookupOwnMethodsByBase(string baseName,
+                                                                                   MethodFilter filter) const {
+  Ref<SimpleVector<FunctionDeclaration*> > result;
+  CollectOwnOverloads(baseName, filter, result);
+  return result;
+}
+
+PropertyDeclaration* ModuleDeclaration::LookupOwnProperty(string name) const {
+  return LookupIndexed(properties, propertyIndex, name);
+}
+
 PropertyDeclaration* ModuleDeclaration::LookupProperty(string name) const {
   for (ModuleDeclaration const* m = this; m; m = m->parent) {
-    if (PropertyDeclaration* p = LookupIndexed(m->properties, m->propertyIndex, name)) return p;
+    if (PropertyDeclaration* p = m->LookupOwnProperty(name)) return p;
   }
   return nullptr;
 }
@@ -244,9 +254,13 @@ void ModuleDeclaration::AddConstant(ConstantDeclaration* c) {
   AddIndexed(constants, constantIndex, c->GetName(), c);
 }
 
+ConstantDeclaration* ModuleDeclaration::LookupOwnConstant(string name) const {
+  return LookupIndexed(constants, constantIndex, name);
+}
+
 ConstantDeclaration* ModuleDeclaration::LookupConstant(string name) const {
   for (ModuleDeclaration const* m = this; m; m = m->parent) {
-    if (ConstantDeclaration* c = LookupIndexed(m->constants, m->constantIndex, name)) return c;
+    if (ConstantDeclaration* c = m->LookupOwnConstant(name)) return c;
   }
   return nullptr;
 }

@@ -339,6 +339,11 @@ public:
   Ref<SimpleVector<FunctionDeclaration*> > LookupMethodsByBase(string baseName,
                                                                MethodFilter filter) const override;
 
+  // This module's own, without the enclosing ones: what `Module.name` reaches.
+  Ref<SimpleVector<FunctionDeclaration*> > LookupOwnMethodsByBase(string baseName, MethodFilter filter) const;
+  PropertyDeclaration* LookupOwnProperty(string name) const;
+  ConstantDeclaration* LookupOwnConstant(string name) const;
+
   // Each lookup tries this module and then the enclosing ones.
   PropertyDeclaration* GetProperty(unsigned int i) const { return properties[i]; }
   unsigned int CountProperties() const { return (unsigned int)properties.size(); }
