@@ -1,8 +1,9 @@
 // Array operations: Redim, the Array(...) factory, and the bound of an
 // array declared without one.
 //
-// Until array building lands, CompileRedim and CompileArrayFactory hand back
-// the placeholders of codebuild/Placeholders.h; UnsizedArrayBound is final.
+// Until array building lands, CompileRedim and CompileArrayFactory report
+// NotYetSupported and hand back the placeholders of codebuild/Placeholders.h;
+// UnsizedArrayBound is final.
 #pragma once
 
 #include "foundation/Ref.h"

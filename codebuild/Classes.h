@@ -2,9 +2,9 @@
 // declaration; these routines find them by name and build the code of a
 // class: its retriever, initializer, destructor and interface tables.
 //
-// Until class building lands, the routines hand back the placeholders of
-// codebuild/Placeholders.h; OpenInterfaceScope and the two End routines that
-// close parameter tables are final.
+// Until class building lands, the routines report NotYetSupported and hand
+// back the placeholders of codebuild/Placeholders.h; OpenInterfaceScope and
+// the two End routines that close parameter tables are final.
 #pragma once
 
 #include "foundation/Ref.h"

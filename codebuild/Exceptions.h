@@ -1,7 +1,8 @@
 // Exception statements: Try blocks, their handlers and Finally, and Raise.
 //
-// Until exception building lands, the routines hand back the placeholders of
-// codebuild/Placeholders.h; DeclareExceptionVariable is final.
+// Until exception building lands, the routines report NotYetSupported and
+// hand back the placeholders of codebuild/Placeholders.h;
+// DeclareExceptionVariable is final.
 #pragma once
 
 #include "foundation/Ref.h"

@@ -1,7 +1,8 @@
 // External declarations (`Declare Sub/Function ... Lib ...`) and AddressOf.
 //
-// Until external declarations land, the routines that check and build hand
-// back the placeholders of codebuild/Placeholders.h; EndExternDeclaration and ReportDeclareFunctionWithoutType are final.
+// Until external declarations land, the routines that check and build report
+// NotYetSupported and hand back the placeholders of codebuild/Placeholders.h;
+// EndExternDeclaration and ReportDeclareFunctionWithoutType are final.
 #pragma once
 
 #include "foundation/Ref.h"

@@ -22,13 +22,6 @@ Ref<SemBase> OpenMethodScope() {
   return table;
 }
 
-bool BlockIsFunction(TacBlock* block) {
-  if (!block || !block->first) return false;
-  TacLine const* line = block->first;
-  return line->opcode == tac_Label && line->a && line->a->IsConstant() &&
-         line->a->type.GetMainType() == kTypeString;
-}
-
 void AddSelfParameter() {
   TraceRoutine("AddSelfParameter", Ref<SemBase>(), {});
   if (!gContext || !gContext->inClass || !gContext->currentClass) return;

@@ -1,10 +1,7 @@
 // Functions: the frame of a Sub or Function, its parameters and Return.
 // The miner has made every method's declaration; these routines find it
-// again by mangled name and build its code.
-//
-// Until function building lands, the routines that build code hand back the
-// placeholders of codebuild/Placeholders.h; OpenMethodScope and
-// BlockIsFunction are final.
+// again by mangled name and build its code. Handlers of events (`Handles`)
+// wait for classes and report NotYetSupported.
 #pragma once
 
 #include "ir/ThreeAddressCode.h"
@@ -31,6 +28,3 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
                                 Ref<SemBase> handledEvent, Ref<SemBase> body);
 // `Return`, with a null value when none is written.
 Ref<SemBase> CompileReturn(Ref<SemBase> value);
-// Does this code begin a function? Every method's code opens with a
-// tac_Label of its name, a String literal. A null block is no function.
-bool BlockIsFunction(TacBlock* block);

@@ -402,8 +402,7 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
   if (value) return ReportCallFailure(err, name, mode, args, value);
   string text = name->toString();
   ModuleDeclaration* module = gContext->CurrentModule();
-  if (ClassDeclaration* cls = module ? module->LookupClass(text) : nullptr) {
-    (void)cls;
+  if (module && module->LookupClass(text)) {
     if (mode == kResultStatement) return ReportFailure(ResultIgnored, name, mode);
     if (args) {
       ReportNotYetSupported("typecast", &name->Location());

@@ -2,8 +2,8 @@
 // built yet, so that whole programs parse before code building exists: a
 // SemCode of an Integer temporary where the grammar wants a value, a SemCode
 // of the null type where it wants a statement. Such a routine reports
-// nothing; the result is code without lines, and never runs, since no
-// program gets past the compiler while these stand in.
+// NotYetSupported (PendingRoutine), so its code without lines never runs:
+// no program gets past the compiler while one stands in.
 //
 // The routines also announce themselves through gRoutineTraceHook, which
 // only tests set: the order of the calls and their operands shows how the

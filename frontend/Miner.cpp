@@ -46,7 +46,6 @@ void SkipLine(int token) {
   while (!EndsLine(token)) token = GetToken();
 }
 
-
 string TokenText() { return yylval->toString(); }
 
 // Takes an IDENT of exactly this spelling (words such as Alias are no
