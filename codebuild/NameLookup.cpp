@@ -101,6 +101,26 @@ Ref<SemBase> SelectAndCall(MethodList const& list, Ref<SemBase> const& args, Fun
   return CompileCall(chosen, args);
 }
 
+// Selection among an owner's methods, then the call if the chosen one may be
+// reached from here: a class's by its permission rules, a module's unless
+// it is private. `direct` calls an ancestor's own version.
+Ref<SemBase> CallPermitted(MethodList const& list, Ref<SemBase> const& callArgs, FunctionResultMode mode,
+                           ClassDeclaration* owner, bool direct, CompileErrorCode& err) {
+  CompileErrorCode reason = kNoCompileError;
+  FunctionDeclaration* chosen = SelectAppropriateVariant(list, callArgs, mode, &reason);
+  if (!chosen) {
+    Keep(err, reason);
+    return Ref<SemBase>();
+  }
+  bool permitted = owner ? CurrentlyHasPermissionToAccess(owner, chosen->GetScope())
+                         : chosen->GetScope() != ScopedDeclaration::kScopePrivate;
+  if (!permitted) {
+    Keep(err, InaccessibleMethod);
+    return Ref<SemBase>();
+  }
+  return direct ? CompileStaticCall(chosen, callArgs) : CompileCall(chosen, callArgs);
+}
+
 // Array elements come with arrays; until then a subscripted variable is
 // refused rather than read as a whole.
 Ref<SemBase> PendingArrayElement(Ref<SemBase> const& target) {
@@ -160,36 +180,35 @@ Ref<SemBase> AccessPermittedConstant(bool permitted, Ref<SemBase> name, Constant
   return AccessConstant(name, constant, args, value, mode, err);
 }
 
-Ref<SemBase> AccessModuleProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
-                                  Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
+// A property with storage at `addr`. An assignment inside an expression is
+// refused with `inExpression`, which differs between a module's property
+// and one of the current class.
+Ref<SemBase> AccessStoredProperty(PropertyDeclaration* property, TacAddr const* addr, SourceLocation const& loc,
+                                  Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
+                                  CompileErrorCode& err, CompileErrorCode inExpression) {
   if (value && mode == kResultNeeded) {
-    Keep(err, NotAStatement);
+    Keep(err, inExpression);
     return Ref<SemBase>();
   }
   if (property->isComputed) {
     ReportNotYetSupported("computed property", &loc);
     return Failed(mode);
   }
-  Ref<SemBase> target =
-      SemValue::New(gContext->GetStaticSymbolAddr(property->GetType(), property->GetLinkName()), &loc);
-  return AccessStorage(target, args, value, mode, err);
+  return AccessStorage(SemValue::New(addr, &loc), args, value, mode, err);
+}
+
+Ref<SemBase> AccessModuleProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
+                                  Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
+  TacAddr const* addr = gContext->GetStaticSymbolAddr(property->GetType(), property->GetLinkName());
+  return AccessStoredProperty(property, addr, loc, args, value, mode, err, NotAStatement);
 }
 
 // A field of the class being compiled, through `self`.
 Ref<SemBase> AccessSelfProperty(PropertyDeclaration* property, SourceLocation const& loc, Ref<SemBase> args,
                                 Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
-  if (value && mode == kResultNeeded) {
-    Keep(err, TypeMismatch);
-    return Ref<SemBase>();
-  }
-  if (property->isComputed) {
-    ReportNotYetSupported("computed property", &loc);
-    return Failed(mode);
-  }
-  Ref<SemBase> target = SemValue::New(
-      gContext->GetObjectSymbolAddr(property->GetType(), property->GetLinkName(), (unsigned)property->GetOffset()),
-      &loc);
-  return AccessStorage(target, args, value, mode, err);
+  TacAddr const* addr =
+      gContext->GetObjectSymbolAddr(property->GetType(), property->GetLinkName(), (unsigned)property->GetOffset());
+  return AccessStoredProperty(property, addr, loc, args, value, mode, err, TypeMismatch);
 }
 
 // Another object's property needs the storage references of the object
@@ -224,10 +243,7 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
     MethodList methods = cls->LookupMethodsByBase(text, Filter(value));
     if (HasMethods(methods)) {
       Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
-      CompileErrorCode reason = kNoCompileError;
-      FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
-      if (chosen && CurrentlyHasPermissionToAccess(cls, chosen->GetScope())) return CompileCall(chosen, callArgs);
-      Keep(err, chosen ? InaccessibleMethod : reason);
+      if (Ref<SemBase> r = CallPermitted(methods, callArgs, mode, cls, false, err)) return r;
     }
     if (PropertyDeclaration* property = cls->LookupProperty(text)) {
       if (CurrentlyHasPermissionToAccess(cls, property->GetScope()))
@@ -242,10 +258,7 @@ Ref<SemBase> InstanceScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBa
     if (HasMethods(lookup)) {
       Ref<SemBase> member = SemValue::New(CurrentTLP()->GetLiteral(text), &name->Location());
       Ref<SemBase> callArgs = WithFirst(left->Clone(), WithFirst(member, AssignedArguments(args, value)));
-      CompileErrorCode reason = kNoCompileError;
-      FunctionDeclaration* chosen = SelectAppropriateVariant(lookup, callArgs, mode, &reason);
-      if (chosen && CurrentlyHasPermissionToAccess(cls, chosen->GetScope())) return CompileCall(chosen, callArgs);
-      Keep(err, chosen ? InaccessibleMethod : reason);
+      if (Ref<SemBase> r = CallPermitted(lookup, callArgs, mode, cls, false, err)) return r;
     }
   }
   MethodList extensions = Extensions(text, value);
@@ -267,11 +280,7 @@ Ref<SemBase> ModuleScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase
   if (!module) return ReportFailure(err, name, mode);
   MethodList methods = module->LookupOwnMethodsByBase(text, Filter(value));
   if (HasMethods(methods)) {
-    Ref<SemBase> callArgs = AssignedArguments(args, value);
-    CompileErrorCode reason = kNoCompileError;
-    FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
-    if (chosen && chosen->GetScope() != ScopedDeclaration::kScopePrivate) return CompileCall(chosen, callArgs);
-    Keep(err, chosen ? InaccessibleMethod : reason);
+    if (Ref<SemBase> r = CallPermitted(methods, AssignedArguments(args, value), mode, nullptr, false, err)) return r;
   }
   if (PropertyDeclaration* property = module->LookupOwnProperty(text)) {
     if (property->GetScope() != ScopedDeclaration::kScopePrivate) {
@@ -300,11 +309,7 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
     Ref<SemBase> self = FindLocalSymbol(SemIdentifier::New(string("self"), name->Location()));
     if (HasMethods(methods) && self) {
       Ref<SemBase> callArgs = WithFirst(self, AssignedArguments(args, value));
-      CompileErrorCode reason = kNoCompileError;
-      FunctionDeclaration* chosen = SelectAppropriateVariant(methods, callArgs, mode, &reason);
-      if (chosen && CurrentlyHasPermissionToAccess(ancestor, chosen->GetScope()))
-        return CompileStaticCall(chosen, callArgs);
-      Keep(err, chosen ? InaccessibleMethod : reason);
+      if (Ref<SemBase> r = CallPermitted(methods, callArgs, mode, ancestor, true, err)) return r;
     }
   }
   if (ConstantDeclaration* constant = cls ? cls->LookupConstant(text) : nullptr) {
