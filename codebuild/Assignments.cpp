@@ -92,10 +92,11 @@ void FinalizeSymbols(Ref<SymbolTable> table, Ref<SemBase> code) {
 
 void FinalizeClassProperties(ClassDeclaration* cls, Ref<SemBase> code) {
   if (!cls || !code || !gContext) return;
-  unsigned int inherited = cls->GetParent() ? cls->GetParent()->CountProperties() : 0;
+  // The parent's slots, private ones included: each class releases its own.
+  int32_t inherited = cls->GetParent() ? cls->GetParent()->propertySlotCount : 0;
   for (unsigned int i = 0; i < cls->CountProperties(); ++i) {
     PropertyDeclaration* p = cls->GetProperty(i);
-    if (p->GetIndex() < (int32_t)inherited || p->isComputed || !p->GetType().RefCounted()) continue;
+    if (p->GetIndex() < inherited || p->isComputed || !p->GetType().RefCounted()) continue;
     code->AddLine(tac_Unlock, gContext->GetObjectSymbolAddr(p->GetType(), p->GetLinkName(), (unsigned)p->GetOffset()),
                   nilTacAddr, nilTacAddr);
   }

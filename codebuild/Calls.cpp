@@ -1,11 +1,13 @@
 #include "codebuild/Calls.h"
 
 #include "codebuild/Arrays.h"
+#include "codebuild/Classes.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "ir/Intrinsics.h"
 #include "semantic/DeclarationTable.h"
+#include "semantic/SymbolUtilities.h"
 
 namespace {
 
@@ -91,8 +93,24 @@ void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
   if (!self) return;
   ClassDeclaration* cls = LookupClassByName(self->GetType().GetClass());
   if (cls && cls->IsInterface()) {
-    // Needs the class records of the object run-time.
-    ReportNotYetSupported("Interface", &self->Location());
+    // The object's class keeps one table per interface; the run-time finds
+    // it by the interface's record, a pointer compare per interface.
+    Ref<SemBase> record = FlattenExpression(LookupClassRecord(cls->GetName(), &self->Location()), code);
+    Ref<SemBase> table = code->NewTemp(IRDataType(kTypeReference), nullptr);
+    code->AddLine(tac_PutParam, self->GetAddr(), nilTacAddr, nilTacAddr);
+    code->AddLine(tac_PutParam, record->GetAddr(), nilTacAddr, nilTacAddr);
+    code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeLookupInterfaceVtable), nilTacAddr,
+                  table->GetAddr());
+    Ref<SemBase> entry = code->NewTemp(IRDataType(kTypeReference), nullptr);
+    code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * 8),
+                  entry->GetAddr());
+    // A slot that no method fills is 0: a script error, never a jump there.
+    TacAddr const* filled = NewLabel();
+    code->AddLine(tac_IfNEI, entry->GetAddr(), gTacZero, filled);
+    code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeNilObject), nilTacAddr, nilTacAddr);
+    code->AddLine(tac_Label, filled, nilTacAddr, nilTacAddr);
+    PushAllArguments(method, args, code);
+    code->AddLine(tac_CallPtr, entry->GetAddr(), nilTacAddr, dest);
     return;
   }
   if (!method->IsOverridden()) {

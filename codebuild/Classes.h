@@ -1,14 +1,29 @@
 // Classes, interfaces, properties and events. The miner has made every
 // declaration; these routines find them by name and build the code of a
 // class: its retriever, initializer, destructor and interface tables.
-//
-// Until class building lands, the routines report NotYetSupported and hand
-// back the placeholders of codebuild/Placeholders.h; OpenInterfaceScope and
-// the two End routines that close parameter tables are final.
 #pragma once
 
 #include "foundation/Ref.h"
 #include "semantic/SemBase.h"
+
+class ClassDeclaration;
+class FunctionDeclaration;
+class PropertyDeclaration;
+
+// The code that leaves the run-time record of the class `name` in its
+// result; UnknownName at `where` (the current line if null) and an empty
+// code for a name that is no class.
+Ref<SemBase> LookupClassRecord(string const& name, SourceLocation const* where);
+// `value` as an object that is known not to be Nil: a Nil raises
+// NilObjectException first. Values that are no objects, variants, and all
+// values while NilObjectChecking is off pass as they are.
+Ref<SemBase> CheckForNilObject(Ref<SemBase> value);
+// The address of `property`'s field in `object`, a value of the field's
+// type as a reference.
+Ref<SemBase> CreatePropertyStorageReference(Ref<SemBase> object, PropertyDeclaration* property);
+// The method of `cls` (inherited ones included) that implements
+// `interfaceMethod`, or null.
+FunctionDeclaration* FindInterfaceMethodMatch(FunctionDeclaration* interfaceMethod, ClassDeclaration* cls);
 
 // At the head of a class; returns a SemValue of its symbol table's index.
 Ref<SemBase> CompileClass(Ref<SemBase> name);

@@ -1,6 +1,8 @@
 #include "codebuild/Conversions.h"
 
 #include "codebuild/Calls.h"
+#include "codebuild/Classes.h"
+#include "codebuild/Expressions.h"
 #include "codebuild/Placeholders.h"
 #include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
@@ -126,12 +128,16 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
   }
   if (list->size() > 1) Error(AmbiguousCall, value->Location());
   FunctionDeclaration* method = (*list.Get())[0];
+  Ref<SemBase> converted;
   if (method->GetType().Null()) {
-    // The target-side shape makes a new object first: that needs New.
-    ReportNotYetSupported("Operator_Convert", &value->Location());
-    return value;
+    // The target's side: a new object of the target's class takes the value.
+    Ref<SemBase> cls = SemIdentifier::New(target.GetClass(), value->Location());
+    cls->SetType(target);
+    converted = FlattenExpression(CompileNew(cls, Ref<SemBase>(), false), code);
+    code->Append(CompileCall(method, ConcatList(converted->Clone(), value)));
+  } else {
+    converted = FlattenExpression(CompileCall(method, CheckForNilObject(value)), code);
   }
-  Ref<SemBase> converted = FlattenExpression(CompileCall(method, value), code);
   // One user conversion per chain: what it gives may still need a plain step.
   bool outer = sInOperatorLookup;
   sInOperatorLookup = true;

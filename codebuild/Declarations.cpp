@@ -1,6 +1,7 @@
 #include "codebuild/Declarations.h"
 
 #include "codebuild/Assignments.h"
+#include "codebuild/Conversions.h"
 #include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
 #include "diag/CompileError.h"
@@ -86,12 +87,14 @@ bool RefusePendingType(IRDataType const& type, SourceLocation const& where) {
     return true;
   }
   if (main == kTypeObject) {
+    if (IsVariant(type)) {
+      ReportNotYetSupported("Variant", &where);
+      return true;
+    }
     // An unknown class has been reported as such already.
     string name = type.GetClass();
     ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
     if (name.Length() && !(module && module->LookupClass(name))) return true;
-    ReportNotYetSupported("Object", &where);
-    return true;
   }
   return false;
 }

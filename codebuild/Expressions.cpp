@@ -7,6 +7,7 @@
 
 #include "codebuild/Calls.h"
 #include "codebuild/Conversions.h"
+#include "codebuild/ObjectExpressions.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "ir/Intrinsics.h"
@@ -191,11 +192,8 @@ Ref<SemBase> EmitBinop(Ref<SemBase> left, unsigned long op, Ref<SemBase> right) 
   rightType = ElementIfReference(rightType);
   SourceLocation loc = left->Location() + right->Location();
   if (IsReportedFailure(left) || IsReportedFailure(right)) return SemCode::New(IRDataType(), &loc);
-  if (IsObject(common) || (common.Null() && (IsObject(leftType) || IsObject(rightType)))) {
-    // The object operators come with classes.
-    ReportNotYetSupported("object operator", &loc);
-    return SemCode::New(IRDataType(IsComparison(op) ? kTypeBoolean : kTypeInteger), &loc);
-  }
+  if (IsObject(common) || (common.Null() && (IsObject(leftType) || IsObject(rightType))))
+    return ObjectBinop(left, op, right);
   if (common.Null()) {
     SimpleVector<string> words;
     words.push_back(leftType.ToString());
@@ -426,10 +424,7 @@ Ref<SemBase> CompileNot(Ref<SemBase> value) {
 static Ref<SemBase> EmitNegation(Ref<SemBase> value) {
   if (IsReportedFailure(value)) return value;
   IRDataType type = value->GetType();
-  if (IsObject(ElementIfReference(type))) {
-    ReportNotYetSupported("object operator", &value->Location());
-    return PlaceholderValue();
-  }
+  if (IsObject(ElementIfReference(type))) return ObjectNegation(value);
   // A value that can't be negated goes on as code of no type, which
   // CompileRefAs knows as reported: `n = -s` is one error, not two.
   if (value->IsConstant()) {
@@ -473,28 +468,4 @@ Ref<SemBase> CompileUnterminatedString(Ref<SemBase> literal) {
 
 Ref<SemBase> CompileNilLiteral() {
   return SemValue::New(CurrentTLP()->GetLiteral(kIRZeroValue, IRDataType(string(""))), nullptr);
-}
-
-Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  // The value has the class's type, so that its uses report nothing more.
-  Ref<SemBase> value = classIdentifier ? SemCode::New(classIdentifier->GetType(), nullptr) : PlaceholderValue();
-  return PendingRoutine("CompileNew", "New", nullptr, value, {classIdentifier, args}, {callConstructor ? 1 : 0});
-}
-
-Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
-  return PendingRoutine("CompileIsA", "IsA", nullptr, PlaceholderValue(), {value, classIdentifier});
-}
-
-Ref<SemBase> CompileIs(Ref<SemBase> left, Ref<SemBase> right) {
-  return PendingRoutine("CompileIs", "Is", nullptr, PlaceholderValue(), {left, right});
-}
-
-Ref<SemBase> CompileSelf() { return PendingRoutine("CompileSelf", "Self", nullptr, PlaceholderValue(), {}); }
-
-Ref<SemBase> CompileMe() { return PendingRoutine("CompileMe", "Me", nullptr, PlaceholderValue(), {}); }
-
-Ref<SemBase> CompileSuper() { return PendingRoutine("CompileSuper", "Super", nullptr, PlaceholderValue(), {}); }
-
-Ref<SemBase> CompileClassReference(Ref<SemBase> identifier) {
-  return PendingRoutine("CompileClassReference", "Class", nullptr, PlaceholderValue(), {identifier});
 }

@@ -2,8 +2,10 @@
 
 #include "codebuild/Assignments.h"
 #include "codebuild/Calls.h"
+#include "codebuild/Classes.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Expressions.h"
+#include "codebuild/ObjectExpressions.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
@@ -211,17 +213,37 @@ Ref<SemBase> AccessSelfProperty(PropertyDeclaration* property, SourceLocation co
   return AccessStoredProperty(property, addr, loc, args, value, mode, err, TypeMismatch);
 }
 
-// Another object's property needs the storage references of the object
-// run-time.
-Ref<SemBase> AccessInstanceProperty(Ref<SemBase> object, PropertyDeclaration*, Ref<SemBase>, Ref<SemBase>,
-                                    FunctionResultMode mode, CompileErrorCode&) {
-  ReportNotYetSupported("property", &object->Location());
-  return Failed(mode);
+// Another object's field, through the address of its storage. The object
+// has passed its nil check.
+Ref<SemBase> AccessInstanceProperty(Ref<SemBase> object, PropertyDeclaration* property, Ref<SemBase> args,
+                                    Ref<SemBase> value, FunctionResultMode mode, CompileErrorCode& err) {
+  if (property->isComputed) {
+    ReportNotYetSupported("computed property", &object->Location());
+    return Failed(mode);
+  }
+  if (value && mode == kResultNeeded) {
+    Keep(err, TypeMismatch);
+    return Ref<SemBase>();
+  }
+  if (SubscriptNonArray(args, property->GetType())) {
+    Keep(err, NotAnArray);
+    return Ref<SemBase>();
+  }
+  if (args) return PendingArrayElement(object);
+  Ref<SemBase> target = CreatePropertyStorageReference(object, property);
+  if (!value) {
+    if (mode == kResultStatement) {
+      Keep(err, NotAStatement);
+      return Ref<SemBase>();
+    }
+    return target;
+  }
+  Ref<SemBase> code = NullCode();
+  if (IsReportedFailure(value)) return code;
+  Ref<SemBase> address = FlattenExpression(target, code);
+  AssignToSymbol(address->GetAddr(), value, code);
+  return code;
 }
-
-// Nil checks come with the object run-time; a method call on an object
-// passes the object as it is until then.
-Ref<SemBase> CheckForNilObject(Ref<SemBase> object) { return object; }
 
 bool IsAncestorOf(ClassDeclaration* candidate, ClassDeclaration* cls) {
   int steps = 0;
@@ -409,10 +431,7 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
   ModuleDeclaration* module = gContext->CurrentModule();
   if (module && module->LookupClass(text)) {
     if (mode == kResultStatement) return ReportFailure(ResultIgnored, name, mode);
-    if (args) {
-      ReportNotYetSupported("typecast", &name->Location());
-      return Failed(mode);
-    }
+    if (args) return CompileTypecast(module->LookupClass(text), args, name->Location());
     if (isCall) return ReportFailure(CallNeedsMethod, name, mode);
     return name;
   }

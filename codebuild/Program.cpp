@@ -42,7 +42,7 @@ static void ReleaseModuleProperties(ModuleDeclaration* module, Ref<SemBase> prog
   if (!module || depth > 64) return;
   for (unsigned int i = 0; i < module->CountProperties(); ++i) {
     PropertyDeclaration* p = module->GetProperty(i);
-    if (p->isComputed || p->GetType().GetMainType() != kTypeString) continue;
+    if (p->isComputed || !p->GetType().RefCounted()) continue;
     TacAddr const* addr = gContext->GetStaticSymbolAddr(p->GetType(), p->GetLinkName());
     program->AddLine(tac_Unlock, addr, nilTacAddr, nilTacAddr);
   }
