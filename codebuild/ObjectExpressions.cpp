@@ -241,8 +241,9 @@ Ref<SemBase> CompileTypecast(ClassDeclaration* cls, Ref<SemBase> args, SourceLoc
 // ---------------------------------------------------------------------------
 // The grammar's routines
 
-Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  TraceRoutine("CompileNew", Ref<SemBase>(), {classIdentifier, args}, {callConstructor ? 1 : 0});
+namespace {
+
+Ref<SemBase> EmitNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
   if (!classIdentifier || !gContext) return PlaceholderValue();
   SourceLocation at = classIdentifier->Location();
   Ref<SemBase> code = SemCode::New(classIdentifier->GetType(), &at);
@@ -290,8 +291,7 @@ Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool ca
   return code;
 }
 
-Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
-  TraceRoutine("CompileIsA", Ref<SemBase>(), {value, classIdentifier});
+Ref<SemBase> EmitIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
   Ref<SemBase> code = SemCode::New(IRDataType(kTypeBoolean), nullptr);
   if (!value || IsReportedFailure(value)) return code;
   value = CompileRefAs(value, IRDataType(string("")), code);
@@ -309,8 +309,7 @@ Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
   return code;
 }
 
-Ref<SemBase> CompileIs(Ref<SemBase> left, Ref<SemBase> right) {
-  TraceRoutine("CompileIs", Ref<SemBase>(), {left, right});
+Ref<SemBase> EmitIs(Ref<SemBase> left, Ref<SemBase> right) {
   Ref<SemBase> code = SemCode::New(IRDataType(kTypeBoolean), nullptr);
   if (!left || !right || IsReportedFailure(left) || IsReportedFailure(right)) return code;
   left = CompileRefAs(left, IRDataType(string("")), code);
@@ -321,23 +320,20 @@ Ref<SemBase> CompileIs(Ref<SemBase> left, Ref<SemBase> right) {
 
 // After an error the three keywords leave a reported failure rather than a
 // name, which a member access after them would report a second time.
-Ref<SemBase> CompileSelf() {
-  TraceRoutine("CompileSelf", Ref<SemBase>(), {});
+Ref<SemBase> EmitSelf() {
   if (Ref<SemBase> self = FindLocalSymbol(SemIdentifier::New(string("self")))) return self;
   Error(SelfOutsideInstance, SourceLocation(CurrentSourceLine()));
   return ReportedFailure(nullptr);
 }
 
-Ref<SemBase> CompileMe() {
-  TraceRoutine("CompileMe", Ref<SemBase>(), {});
+Ref<SemBase> EmitMe() {
   if (Ref<SemBase> me = FindLocalSymbol(SemIdentifier::New(string("me")))) return me;
   if (Ref<SemBase> self = FindLocalSymbol(SemIdentifier::New(string("self")))) return self;
   Error(MeOutsideInstance, SourceLocation(CurrentSourceLine()));
   return ReportedFailure(nullptr);
 }
 
-Ref<SemBase> CompileSuper() {
-  TraceRoutine("CompileSuper", Ref<SemBase>(), {});
+Ref<SemBase> EmitSuper() {
   SourceLocation at(CurrentSourceLine());
   if (gContext && gContext->inClass && gContext->currentClass) {
     if (ClassDeclaration* parent = gContext->currentClass->GetParent())
@@ -349,9 +345,38 @@ Ref<SemBase> CompileSuper() {
   return ReportedFailure(nullptr);
 }
 
-Ref<SemBase> CompileClassReference(Ref<SemBase> identifier) {
-  TraceRoutine("CompileClassReference", Ref<SemBase>(), {identifier});
+Ref<SemBase> EmitClassReference(Ref<SemBase> identifier) {
   if (!identifier) return PlaceholderValue();
   SourceLocation at = identifier->Location();
   return LookupClassRecord(identifier->toString(), &at);
+}
+
+}  // namespace
+
+Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
+  return TraceRoutine("CompileNew", EmitNew(classIdentifier, args, callConstructor), {classIdentifier, args}, {callConstructor ? 1 : 0});
+}
+
+Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
+  return TraceRoutine("CompileIsA", EmitIsA(value, classIdentifier), {value, classIdentifier});
+}
+
+Ref<SemBase> CompileIs(Ref<SemBase> left, Ref<SemBase> right) {
+  return TraceRoutine("CompileIs", EmitIs(left, right), {left, right});
+}
+
+Ref<SemBase> CompileSelf() {
+  return TraceRoutine("CompileSelf", EmitSelf(), {});
+}
+
+Ref<SemBase> CompileMe() {
+  return TraceRoutine("CompileMe", EmitMe(), {});
+}
+
+Ref<SemBase> CompileSuper() {
+  return TraceRoutine("CompileSuper", EmitSuper(), {});
+}
+
+Ref<SemBase> CompileClassReference(Ref<SemBase> identifier) {
+  return TraceRoutine("CompileClassReference", EmitClassReference(identifier), {identifier});
 }
