@@ -38,16 +38,20 @@ static void AppendMainStatements(Ref<SemBase> program, Ref<SemBase> statements) 
 // in the data area rather than in the global table: each counted one is
 // released at the end of the main program as well as the table's symbols
 // (the main program's temporaries), or every run would leak what they hold.
-static void ReleaseModuleProperties(ModuleDeclaration* module, Ref<SemBase> program, int depth) {
+// A public property of an inner module is also listed by the enclosing one:
+// each is released once, by its link name.
+static void ReleaseModuleProperties(ModuleDeclaration* module, Ref<SemBase> program, StringMap<int>& released,
+                                    int depth) {
   if (!module || depth > 64) return;
   for (unsigned int i = 0; i < module->CountProperties(); ++i) {
     PropertyDeclaration* p = module->GetProperty(i);
-    if (p->isComputed || !p->GetType().RefCounted()) continue;
+    if (p->isComputed || !p->GetType().RefCounted() || released.HasEntry(p->GetLinkName())) continue;
+    released.AddEntry(p->GetLinkName(), 1);
     TacAddr const* addr = gContext->GetStaticSymbolAddr(p->GetType(), p->GetLinkName());
     program->AddLine(tac_Unlock, addr, nilTacAddr, nilTacAddr);
   }
   for (unsigned int i = 0; i < module->CountModules(); ++i)
-    ReleaseModuleProperties(module->GetModule(i), program, depth + 1);
+    ReleaseModuleProperties(module->GetModule(i), program, released, depth + 1);
 }
 
 Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) {
@@ -60,7 +64,8 @@ Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) 
   if (declarations) AppendDeclarations(program, declarations, false);
   AppendMainStatements(program, statements);
   FinalizeSymbols(CurrentSymbolTableList()->GetGlobalTable(), program);
-  ReleaseModuleProperties(gContext->rootModule, program, 0);
+  StringMap<int> released;
+  ReleaseModuleProperties(gContext->rootModule, program, released, 0);
   Ref<SemBase> status = program->NewTemp(IRDataType(kTypeInteger), nullptr);
   program->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeExit), nilTacAddr, status->GetAddr());
   program->AddLine(tac_PutRetval, status->GetAddr(), nilTacAddr, nilTacAddr);
