@@ -6,6 +6,7 @@
 
 #include "foundation/KvAssert.h"
 #include "runtime/RuntimeExceptionFoundation.h"
+#include "runtime/RuntimeObjectFoundation.h"
 
 // Condition bits of the float unit's status word, as fnstsw leaves them in ax.
 constexpr int kFpuC0 = 0x0100;  // st0 below the other operand
@@ -1076,7 +1077,49 @@ void CGIA32::StoreZero(TacAddr const* addr) {
   StoreTacAddr(LoadTacAddr(gTacZero, kSchemeGeneral), addr);
 }
 
+// Nil, and an object in the middle of its destruction (count 0), keep
+// their count, as the library's lock would.
+void CGIA32::LockObjectInline(int r, int c) {
+  ia32_test(kModRegister, r, r);
+  int nil = LocalJump(&IA32OpWriter::ia32_je);
+  ia32_mov(ModDisp(kObjectLockCountOffset), c, r, kObjectLockCountOffset);
+  ia32_test(kModRegister, c, c);
+  int dying = LocalJump(&IA32OpWriter::ia32_jle);
+  ia32_add_imm8_se(kModRegister, c, 1);
+  ia32_mov_backwards(ModDisp(kObjectLockCountOffset), c, r, kObjectLockCountOffset);
+  PatchLocalJump(nil);
+  PatchLocalJump(dying);
+  Touch(&registers[c]);
+}
+
+// Below 1 nothing changes; at 1 the library takes the count to 0 and
+// destroys the object; above, the count goes down in place.
+void CGIA32::UnlockObjectInline(int r, int c) {
+  ia32_test(kModRegister, r, r);
+  int nil = LocalJump(&IA32OpWriter::ia32_je);
+  ia32_mov(ModDisp(kObjectLockCountOffset), c, r, kObjectLockCountOffset);
+  ia32_cmp_imm8_se(kModRegister, c, 1);
+  int idle = LocalJump(&IA32OpWriter::ia32_jl);
+  int shared = LocalJump(&IA32OpWriter::ia32_jg);
+  int block = AlignArgumentBlock(4);
+  ia32_push(r);
+  CallRuntime(kIntrinsicRuntimeUnlockObject, block);
+  int done = LocalJump(&IA32OpWriter::ia32_jmp);
+  PatchLocalJump(shared);
+  ia32_sub_imm8_se(kModRegister, c, 1);
+  ia32_mov_backwards(ModDisp(kObjectLockCountOffset), c, r, kObjectLockCountOffset);
+  PatchLocalJump(nil);
+  PatchLocalJump(idle);
+  PatchLocalJump(done);
+  InvalidateRegisters();
+}
+
 void CGIA32::tac_Lock(TacLine const& line) {
+  if (line.a->type.GetMainType() == kTypeObject) {
+    int r = LoadTacAddr(line.a, kSchemeGeneral);
+    LockObjectInline(r, AllocateRegister(SchemeExclude(r, kSchemeGeneral)));
+    return;
+  }
   int call = PickByCountedType(line.a, kIntrinsicRuntimeLockString, kIntrinsicRuntimeLockObject,
                                kIntrinsicRuntimeLockArray);
   KV_ASSERT(call >= 0);
@@ -1096,16 +1139,22 @@ void CGIA32::tac_Unlock(TacLine const& line) {
   KV_ASSERT(call >= 0);
   if (call < 0) return;
   int r = LoadTacAddr(line.a, kSchemeGeneral);
-  ia32_test(kModRegister, r, r);
-  int skip = LocalJump(&IA32OpWriter::ia32_je);
-  int block = AlignArgumentBlock(4);
-  ia32_push(r);
-  CallRuntime(call, block);
-  PatchLocalJump(skip);
-  InvalidateRegisters();
+  if (call == kIntrinsicRuntimeUnlockObject) {
+    UnlockObjectInline(r, AllocateRegister(SchemeExclude(r, kSchemeGeneral)));
+  } else {
+    ia32_test(kModRegister, r, r);
+    int skip = LocalJump(&IA32OpWriter::ia32_je);
+    int block = AlignArgumentBlock(4);
+    ia32_push(r);
+    CallRuntime(call, block);
+    PatchLocalJump(skip);
+    InvalidateRegisters();
+  }
   StoreZero(line.a);
 }
 
+// The new value is locked before the old one is let go of, so that a value
+// assigned to where it already is survives; the same value is left alone.
 void CGIA32::tac_SwapLocks(TacLine const& line) {
   int call = PickByCountedType(line.a, kIntrinsicRuntimeLockUnlockStrings, kIntrinsicRuntimeLockUnlockObjects,
                                kIntrinsicRuntimeLockUnlockArrays);
@@ -1117,10 +1166,16 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
   int y = LoadTacAddr(line.b, SchemeExclude(x, kSchemeGeneral));
   ia32_cmp(kModRegister, x, y);
   int skip = LocalJump(&IA32OpWriter::ia32_je);
-  int block = AlignArgumentBlock(8);
-  ia32_push(y);
-  ia32_push(x);
-  CallRuntime(call, block);
+  if (call == kIntrinsicRuntimeLockUnlockObjects) {
+    int c = AllocateRegister(SchemeExclude(y, SchemeExclude(x, kSchemeGeneral)));
+    LockObjectInline(x, c);
+    UnlockObjectInline(y, c);
+  } else {
+    int block = AlignArgumentBlock(8);
+    ia32_push(y);
+    ia32_push(x);
+    CallRuntime(call, block);
+  }
   PatchLocalJump(skip);
   InvalidateRegisters();
   StoreZero(line.b);

@@ -268,6 +268,11 @@ private:
   void CallRuntime(int intrinsic, int blockBytes);
   void LockFamily(TacLine const& line, int stringCall, int objectCall, int arrayCall);
   void StoreZero(TacAddr const* addr);
+  // An object's count, changed in place; `r` holds the object, `c` is a
+  // scratch register. The unlock calls the library only when the count is
+  // about to reach 0, and leaves nothing known of the registers.
+  void LockObjectInline(int r, int c);
+  void UnlockObjectInline(int r, int c);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
   void WriteMarkerBlock(uint32_t marker);

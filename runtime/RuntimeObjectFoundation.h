@@ -139,3 +139,6 @@ inline void FreeRuntimeClass(RuntimeClass* c) {
 
 // Head of the class list of the run in progress; cleared when a run starts.
 extern RuntimeClass* mClassList;
+
+// Offset of an object's lock count in its header.
+constexpr int32_t kObjectLockCountOffset = 12;

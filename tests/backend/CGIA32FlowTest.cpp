@@ -12,6 +12,7 @@
 
 #include "backend/CodeGeneratorFixture.h"
 #include "runtime/RuntimeExceptionFoundation.h"
+#include "runtime/RuntimeObjectFoundation.h"
 
 // Written in assembly so that no code of the compiler's stands between.
 // KvTestStackAtCall gives esp as it was at the call instruction, 4 bytes
@@ -527,6 +528,13 @@ std::string Noted(char const* what, void const* a, void const* b = nullptr) {
   return text;
 }
 
+// An object header as far as the lock count.
+struct FakeObject {
+  uint32_t words[kObjectLockCountOffset / 4 + 1] = {};
+  explicit FakeObject(uint32_t count) { words[kObjectLockCountOffset / 4] = count; }
+  int Count() const { return (int)words[kObjectLockCountOffset / 4]; }
+};
+
 TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
   gLockCalls.clear();
   TacProgram program;
@@ -564,15 +572,18 @@ TEST(Locks, TheCallFollowsTheTypeAndUnlockingClearsTheVariable) {
   auto* hello = (stringStorage*)image.Address("hello", Import::kStringIA32);
   ASSERT_NE(hello, nullptr);
   EXPECT_STREQ(stringStorage::CString(hello), "hello");
-  int s = 0, o = 0, a = 0, old = 0;
-  auto fn = image.Entry<int (*)(int*, int*, int*, int*)>("locks");
-  EXPECT_EQ(fn(&s, &o, &a, &old), 0);
+  // An object's count changes in place while it stays above 0.
+  int s = 0, a = 0, old = 0;
+  FakeObject o(2);
+  auto fn = image.Entry<int (*)(int*, uint32_t*, int*, int*)>("locks");
+  EXPECT_EQ(fn(&s, o.words, &a, &old), 0);
   std::vector<std::string> expected = {
-      Noted("LS", &s), Noted("LO", &o), Noted("LA", &a), Noted("LS", hello),
+      Noted("LS", &s), Noted("LA", &a), Noted("LS", hello),
       Noted("LS", nullptr),  // "" is the nil string
-      Noted("SS", &s, &old), Noted("UO", &o), Noted("UA", &a),
+      Noted("SS", &s, &old), Noted("UA", &a),
   };
   EXPECT_EQ(gLockCalls, expected);
+  EXPECT_EQ(o.Count(), 2);
   EXPECT_EQ(image.Uses(""), 0);
 }
 
@@ -606,25 +617,33 @@ TEST(Locks, NilUnlocksAndSameValueSwapsMakeNoCall) {
   LinkedModule image(GenerateIA32(program, nullptr, TestIntrinsicNames(names)),
                      {{"US", (void*)us}, {"UO", (void*)uo}, {"UA", (void*)ua}, {"SS", (void*)ss}});
   ASSERT_TRUE(image);
-  auto fn = image.Entry<int (*)(int*, int*, int*, int*, int*)>("release");
-  int s = 0, o = 0, a = 0, x = 0, y = 0;
+  auto fn = image.Entry<int (*)(int*, uint32_t*, int*, int*, int*)>("release");
+  int s = 0, a = 0, x = 0, y = 0;
+  // The library hears of an object only when its last lock goes; an object
+  // being destroyed (count 0) is left alone.
+  FakeObject last(1), shared(3), dying(0);
   struct {
-    int *s, *o, *a, *x, *y;
+    int* s;
+    FakeObject* o;
+    int *a, *x, *y;
     std::vector<std::string> calls;
   } const cases[] = {
       {nullptr, nullptr, nullptr, nullptr, nullptr, {}},
-      {&s, &o, &a, &x, &y, {Noted("US", &s), Noted("UO", &o), Noted("UA", &a), Noted("SS", &x, &y)}},
-      {nullptr, &o, nullptr, &x, &x, {Noted("UO", &o)}},
-      {&s, nullptr, &a, &x, nullptr, {Noted("US", &s), Noted("UA", &a), Noted("SS", &x, nullptr)}},
+      {&s, &last, &a, &x, &y, {Noted("US", &s), Noted("UO", last.words), Noted("UA", &a), Noted("SS", &x, &y)}},
+      {nullptr, &shared, nullptr, &x, &x, {}},
+      {&s, &dying, &a, &x, nullptr, {Noted("US", &s), Noted("UA", &a), Noted("SS", &x, nullptr)}},
       {nullptr, nullptr, nullptr, nullptr, &y, {Noted("SS", nullptr, &y)}},
   };
   for (auto const& c : cases) {
     gLockCalls.clear();
     gMisalignedCounts = 0;
-    EXPECT_EQ(fn(c.s, c.o, c.a, c.x, c.y), 0);  // each cleared, nil or not
+    EXPECT_EQ(fn(c.s, c.o ? c.o->words : nullptr, c.a, c.x, c.y), 0);  // each cleared, nil or not
     EXPECT_EQ(gLockCalls, c.calls);
     EXPECT_EQ(gMisalignedCounts, 0);
   }
+  EXPECT_EQ(last.Count(), 1);  // the library's business
+  EXPECT_EQ(shared.Count(), 2);
+  EXPECT_EQ(dying.Count(), 0);
 }
 
 // ---------------------------------------------------------------------------
