@@ -34,6 +34,7 @@ void AssignToSymbol(TacAddr const* target, Ref<SemBase> value, Ref<SemBase> code
     case kTypeSingle:
     case kTypeDouble:
     case kTypeColor:
+    case kTypeClassRef:
       code->AddLine(tac_Store, v->GetAddr(), nilTacAddr, target);
       return;
     case kTypeString:
@@ -47,7 +48,8 @@ void AssignToSymbol(TacAddr const* target, Ref<SemBase> value, Ref<SemBase> code
       switch (stored.GetMainType()) {
         case kTypeBoolean: code->AddLine(tac_PokeB, v->GetAddr(), nilTacAddr, target); return;
         case kTypeInteger:
-        case kTypeColor: code->AddLine(tac_PokeI, v->GetAddr(), nilTacAddr, target); return;
+        case kTypeColor:
+        case kTypeClassRef: code->AddLine(tac_PokeI, v->GetAddr(), nilTacAddr, target); return;
         case kTypeSingle: code->AddLine(tac_PokeF, v->GetAddr(), nilTacAddr, target); return;
         case kTypeDouble: code->AddLine(tac_PokeD, v->GetAddr(), nilTacAddr, target); return;
         case kTypeString: PokeCounted(tac_PeekS, tac_PokeS, target, v, code); return;
