@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
+#include "diag/CompileError.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScriptInterface.h"
 #include "semantic/DeclarationTable.h"
 
@@ -53,19 +57,33 @@ TEST_F(EncodedModule, AMethodWithSelfTakesTheContextHidden) {
   EXPECT_EQ(f->GetParameter(1)->GetMode(), ParameterDeclaration::kParamRequired);
 }
 
-// A method that returns an object, or whose declaration doesn't parse, is
+// A method that would trade objects with the host, that declares no
+// parameter to take the context, or whose declaration doesn't parse, is
 // dropped; overloads stay overloads.
-TEST_F(EncodedModule, MethodsThatReturnObjectsOrDoNotParseAreDropped) {
-  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), false, "Function Make() As Object");
-  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryB), false, "this is no declaration");
+TEST_F(EncodedModule, MethodsThatCannotBeCalledAsDeclaredAreDropped) {
+  char const* const kDropped[][2] = {
+      {"0", "Function Make() As Object"},
+      {"0", "this is no declaration"},
+      {"0", "Sub Take(o As Object)"},
+      {"0", "Sub Fill(ByRef o As Object)"},
+      {"0", "Sub Each(items() As Object)"},
+      {"1", "Sub Take(ctx As Integer, o As Object)"},
+      {"1", "Sub Beep()"},
+  };
+  for (auto const& row : kDropped)
+    mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), row[0][0] == '1', row[1]);
+  // The context's own parameter may be declared as anything: it is replaced.
+  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), true, "Sub Attach(ctx As Object)");
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryB), false, "Function Pick(a As Integer) As Integer");
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryC), false, "Function Pick(a As String) As Integer");
   Encode();
-  ASSERT_EQ(mModule->CountMethods(), 2u);
+  ASSERT_EQ(mModule->CountMethods(), 3u);
+  EXPECT_STREQ(Method(0)->GetBaseName().CString(), "Attach");
+  EXPECT_EQ(Method(0)->GetParameter(0)->GetType().GetMainType(), kTypeInteger);
   Ref<SimpleVector<FunctionDeclaration*> > found = mModule->LookupMethodsByBase(string("pick"), MethodFilter());
   ASSERT_TRUE(found);
   EXPECT_EQ(found->size(), 2u);
-  EXPECT_EQ(Method(1)->GetDispatchID(), AddressOf(&EntryC));
+  EXPECT_EQ(Method(2)->GetDispatchID(), AddressOf(&EntryC));
 }
 
 TEST_F(EncodedModule, APropertyBecomesAGetterAndASetter) {
@@ -108,6 +126,126 @@ TEST_F(EncodedModule, ClearingEmptiesBothLists) {
   mEngine.ClearHostCallbacks();
   Encode();
   EXPECT_EQ(mModule->CountMethods(), 0u);
+}
+
+// ---------------------------------------------------------------------------
+// Through a run: a script calls the members of a host context object.
+
+// What the context's functions were handed.
+struct ContextCalls {
+  std::vector<std::string> printed;
+  std::vector<long> errors;
+  VELDobjectStruct* methodSelf = nullptr;
+  VELDobjectStruct* getterSelf = nullptr;
+  VELDobjectStruct* setterSelf = nullptr;
+  long getterParam = 0;
+  long setterParam = 0;
+  long level = 0;
+};
+ContextCalls sCalls;
+
+long HostTwice(VELDobjectStruct* self, long n) {
+  sCalls.methodSelf = self;
+  return 2 * n;
+}
+long HostGetLevel(VELDobjectStruct* self, long param) {
+  sCalls.getterSelf = self;
+  sCalls.getterParam = param;
+  return sCalls.level;
+}
+void HostSetLevel(VELDobjectStruct* self, long param, long value) {
+  sCalls.setterSelf = self;
+  sCalls.setterParam = param;
+  sCalls.level = value;
+}
+
+VELDmethodDefinition sCallbackMethods[] = {
+    {reinterpret_cast<void*>(&HostTwice), 0, "Function Twice(ctx As Integer, n As Integer) As Integer"},
+};
+VELDproperty sCallbackProperties[] = {
+    {nullptr, "Level", "Integer", 0, reinterpret_cast<void*>(&HostGetLevel),
+     reinterpret_cast<void*>(&HostSetLevel), 17, {0, 0, 0}},
+    // Served by the host from the field: nothing a script could call.
+    {nullptr, "Stored", "Integer", 0, kHostAccessesField, kHostAccessesField, 0, {0, 0, 0}},
+};
+VELDclassDefinition sCallbackClass = {
+    kPluginInterfaceVersion, "CallbackContext", nullptr, 4, 0, nullptr, nullptr,
+    sCallbackProperties, 2, sCallbackMethods, 1, nullptr, 0, {0, 0, 0, 0, 0, 0, 0},
+};
+
+void OnPrint(VELDobjectStruct*, VELDstringStruct* msg) {
+  sCalls.printed.emplace_back(VELDstringStruct::CString(msg), (size_t)VELDstringStruct::Length(msg));
+}
+void OnCompilerError(VELDobjectStruct*, long, long number, VELDstringStruct*) {
+  sCalls.errors.push_back(number);
+}
+
+class ContextRun : public HostedTest {
+protected:
+  void SetUp() override {
+    HostedTest::SetUp();
+    sCalls = ContextCalls();
+    ASSERT_TRUE(StandInRegisterClass(&sCallbackClass));
+    mScript = VELDnewInstance("KvScript");
+    mFirst = VELDnewInstance("CallbackContext");
+    mSecond = VELDnewInstance("CallbackContext");
+    ASSERT_TRUE(mScript && mFirst && mSecond);
+    StandInSetEventHandler(mScript, "Print", reinterpret_cast<void*>(&OnPrint));
+    StandInSetEventHandler(mScript, "CompilerError", reinterpret_cast<void*>(&OnCompilerError));
+  }
+  void TearDown() override {
+    VELDUnlockObject(mScript);
+    VELDUnlockObject(mFirst);
+    VELDUnlockObject(mSecond);
+    HostedTest::TearDown();
+  }
+  void SetContext(VELDobjectStruct* context) {
+    ASSERT_TRUE(StandInSetObjectProperty(mScript, "Context", context));
+  }
+
+  VELDobjectStruct* mScript = nullptr;
+  VELDobjectStruct* mFirst = nullptr;
+  VELDobjectStruct* mSecond = nullptr;
+};
+
+TEST_F(ContextRun, MembersReceiveTheContextAndTheirParameter) {
+  SetContext(mFirst);
+  SetSourceProperty(mScript, "Level = Twice(21)\nPrint Str(Level + 1)\n");
+  StandInCallMethod(mScript, "Run");
+  EXPECT_EQ(std::vector<long>(), sCalls.errors);
+  EXPECT_EQ(std::vector<std::string>{"43"}, sCalls.printed);
+  EXPECT_EQ(42, sCalls.level);
+  EXPECT_EQ(mFirst, sCalls.methodSelf);
+  EXPECT_EQ(mFirst, sCalls.getterSelf);
+  EXPECT_EQ(mFirst, sCalls.setterSelf);
+  EXPECT_EQ(17, sCalls.getterParam);
+  EXPECT_EQ(17, sCalls.setterParam);
+}
+
+// Each change of context reaches the next run: the members appear and go,
+// and the context's address compiled into the calls is never stale.
+TEST_F(ContextRun, ANewContextAfterACompileCompilesAgain) {
+  SetSourceProperty(mScript, "Print Str(Twice(4))\n");
+  StandInCallMethod(mScript, "Precompile");
+  EXPECT_EQ(std::vector<long>{UnknownName}, sCalls.errors);
+  SetContext(mFirst);
+  StandInCallMethod(mScript, "Precompile");
+  SetContext(mSecond);
+  StandInCallMethod(mScript, "Run");
+  EXPECT_EQ(std::vector<long>{UnknownName}, sCalls.errors);
+  EXPECT_EQ(std::vector<std::string>{"8"}, sCalls.printed);
+  EXPECT_EQ(mSecond, sCalls.methodSelf);
+  SetContext(nullptr);
+  StandInCallMethod(mScript, "Run");
+  EXPECT_EQ((std::vector<long>{UnknownName, UnknownName}), sCalls.errors);
+}
+
+TEST_F(ContextRun, AFieldTheHostServesItselfIsUnknownToScripts) {
+  SetContext(mFirst);
+  SetSourceProperty(mScript, "Print Str(Stored)\nStored = 1\n");
+  StandInCallMethod(mScript, "Run");
+  EXPECT_EQ((std::vector<long>{UnknownName, UnknownName}), sCalls.errors);
+  EXPECT_TRUE(sCalls.printed.empty());
 }
 
 }  // namespace
