@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "engine/EngineAPI.h"
@@ -59,7 +60,7 @@ void PrintUsage(FILE* out) {
           "The script may call these functions of its context:\n"
           "  ArgCount As Integer      the number of ARGs (read-only)\n"
           "  Arg(index As Integer) As String\n"
-          "                           ARG number index, from 1; \"\" past the last\n"
+          "                           ARG number index; \"\" outside 1 to ArgCount\n"
           "  ScriptName As String     FILE as given, \"-\" or \"-e\" (read-only)\n"
           "  ExitStatus As Integer    the status to exit with when the script\n"
           "                           completes: 0 (the start) or %ld to %ld; setting\n"
@@ -198,14 +199,18 @@ void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
 // then the property's row parameter or the method's arguments; a String it
 // returns carries one lock for the script, and "" is null.
 
-struct ContextData {
-  long exitStatus;
+// The command line of one run: the script's name and the arguments after it.
+struct Invocation {
+  char const* name;
+  char** args;
+  long argCount;
 };
 
-// What the command line gave the run; set by RunScript for its duration.
-char const* sScriptPath = "";
-char** sArgs = nullptr;
-long sArgCount = 0;
+// The context's instance data. The command line outlives every run.
+struct ContextData {
+  Invocation run;
+  long exitStatus;
+};
 
 VELDclassDefinition sContextClass;
 
@@ -217,9 +222,13 @@ VELDstringStruct* HostText(char const* text) {
   return *text ? StandInString(text, kEncodingUTF8) : nullptr;
 }
 
-long ContextArgCount(VELDobjectStruct*, long) { return sArgCount; }
+long ContextArgCount(VELDobjectStruct* context, long) {
+  return ContextDataOf(context)->run.argCount;
+}
 
-VELDstringStruct* ContextScriptName(VELDobjectStruct*, long) { return HostText(sScriptPath); }
+VELDstringStruct* ContextScriptName(VELDobjectStruct* context, long) {
+  return HostText(ContextDataOf(context)->run.name);
+}
 
 long ContextGetExitStatus(VELDobjectStruct* context, long) {
   return ContextDataOf(context)->exitStatus;
@@ -230,8 +239,9 @@ void ContextSetExitStatus(VELDobjectStruct* context, long, long status) {
     ContextDataOf(context)->exitStatus = status;
 }
 
-VELDstringStruct* ContextArg(VELDobjectStruct*, long index) {
-  return index >= 1 && index <= sArgCount ? HostText(sArgs[index - 1]) : nullptr;
+VELDstringStruct* ContextArg(VELDobjectStruct* context, long index) {
+  Invocation const& run = ContextDataOf(context)->run;
+  return index >= 1 && index <= run.argCount ? HostText(run.args[index - 1]) : nullptr;
 }
 
 VELDproperty sContextProperties[] = {
@@ -249,19 +259,21 @@ VELDmethodDefinition sContextMethods[] = {
      "Function Arg(context As Integer, index As Integer) As String"},
 };
 
-// A new context object with one lock, or null. The host forgets its classes
-// at each reset, so the class is registered again for every run.
-VELDobjectStruct* MakeContext() {
+// A new context object for `run` with one lock, or null. The host forgets
+// its classes at each reset, so the class is registered again for every run.
+VELDobjectStruct* MakeContext(Invocation const& run) {
   sContextClass = VELDclassDefinition{};
   sContextClass.version = kPluginInterfaceVersion;
   sContextClass.name = "ScriptContext";
   sContextClass.dataSize = sizeof(ContextData);
   sContextClass.properties = sContextProperties;
-  sContextClass.propertyCount = (long)(sizeof sContextProperties / sizeof sContextProperties[0]);
+  sContextClass.propertyCount = (long)std::size(sContextProperties);
   sContextClass.methods = sContextMethods;
-  sContextClass.methodCount = (long)(sizeof sContextMethods / sizeof sContextMethods[0]);
+  sContextClass.methodCount = (long)std::size(sContextMethods);
   if (!StandInRegisterClass(&sContextClass)) return nullptr;
-  return VELDnewInstance(sContextClass.name);
+  VELDobjectStruct* context = VELDnewInstance(sContextClass.name);
+  if (context) ContextDataOf(context)->run = run;
+  return context;
 }
 
 // ---------------------------------------------------------------------------
@@ -337,24 +349,14 @@ int RunLoadedScript(VELDobjectStruct* script, bool listOnly) {
   return sRuntimeError ? kExitRuntimeError : kExitCompileError;
 }
 
-// The command line of one run: the script's name and the arguments after it.
-struct Invocation {
-  char const* name;
-  char** args;
-  long argCount;
-};
-
 int RunScript(Invocation const& run, SourceText* text, bool listOnly) {
   LeakCheck leaks;
   leaks.Start();
   sScriptName = Printable(run.name);
-  sScriptPath = run.name;
-  sArgs = run.args;
-  sArgCount = run.argCount;
   StandInHostReset();
   VELDPluginMain(StandInResolve);
   int status = kExitUsage;
-  VELDobjectStruct* context = MakeContext();
+  VELDobjectStruct* context = MakeContext(run);
   if (!context) {
     fprintf(stderr, "kvscript: the host could not make the script's context\n");
   } else if (VELDobjectStruct* script = LoadScript(text, context)) {
@@ -364,12 +366,10 @@ int RunScript(Invocation const& run, SourceText* text, bool listOnly) {
   }
   if (context) VELDUnlockObject(context);
   sScriptName.clear();
-  sScriptPath = "";
-  sArgs = nullptr;
-  sArgCount = 0;
-  // A run that ended in an unhandled exception is not checked: such a run
-  // abandons the script's frames, jumping back to where the run began, and
-  // the strings those frames held can't be found to be given back.
+  // A run that ended in an unhandled exception is not checked. Until a
+  // raise unwinds the frames it passes, such a run abandons the script's
+  // frames, jumping back to where the run began, and the strings they held
+  // can't be found to be given back.
   if (status == kExitRuntimeError) return status;
   return leaks.Passed() ? status : kExitLeak;
 }

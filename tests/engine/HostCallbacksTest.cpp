@@ -160,7 +160,8 @@ void HostSetLevel(VELDobjectStruct* self, long param, long value) {
 }
 
 VELDmethodDefinition sCallbackMethods[] = {
-    {reinterpret_cast<void*>(&HostTwice), 0, "Function Twice(ctx As Integer, n As Integer) As Integer"},
+    {reinterpret_cast<void*>(&HostTwice), 0,
+     "Function Twice(ctx As Integer, n As Integer) As Integer"},
 };
 VELDproperty sCallbackProperties[] = {
     {nullptr, "Level", "Integer", 0, reinterpret_cast<void*>(&HostGetLevel),
@@ -174,7 +175,8 @@ VELDclassDefinition sCallbackClass = {
 };
 
 void OnPrint(VELDobjectStruct*, VELDstringStruct* msg) {
-  sCalls.printed.emplace_back(VELDstringStruct::CString(msg), (size_t)VELDstringStruct::Length(msg));
+  sCalls.printed.emplace_back(VELDstringStruct::CString(msg),
+                              (size_t)VELDstringStruct::Length(msg));
 }
 void OnCompilerError(VELDobjectStruct*, long, long number, VELDstringStruct*) {
   sCalls.errors.push_back(number);
