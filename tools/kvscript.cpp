@@ -277,6 +277,7 @@ VELDobjectStruct* MakeContext(Invocation const& run) {
 }
 
 // ---------------------------------------------------------------------------
+// Running
 
 // With KVSCRIPT_LEAK_CHECK set, the run must give back every counted block
 // it took; the values that every compilation shares for good are made first.
