@@ -61,17 +61,17 @@ TEST_F(EncodedModule, AMethodWithSelfTakesTheContextHidden) {
 // parameter to take the context, or whose declaration doesn't parse, is
 // dropped; overloads stay overloads.
 TEST_F(EncodedModule, MethodsThatCannotBeCalledAsDeclaredAreDropped) {
-  char const* const kDropped[][2] = {
-      {"0", "Function Make() As Object"},
-      {"0", "this is no declaration"},
-      {"0", "Sub Take(o As Object)"},
-      {"0", "Sub Fill(ByRef o As Object)"},
-      {"0", "Sub Each(items() As Object)"},
-      {"1", "Sub Take(ctx As Integer, o As Object)"},
-      {"1", "Sub Beep()"},
+  struct Dropped {
+    bool hasSelf;
+    char const* declaration;
+  } const kDropped[] = {
+      {false, "Function Make() As Object"},   {false, "this is no declaration"},
+      {false, "Sub Take(o As Object)"},       {false, "Sub Fill(ByRef o As Object)"},
+      {false, "Sub Each(items() As Object)"}, {true, "Sub Take(ctx As Integer, o As Object)"},
+      {true, "Sub Beep()"},
   };
-  for (auto const& row : kDropped)
-    mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), row[0][0] == '1', row[1]);
+  for (Dropped const& row : kDropped)
+    mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), row.hasSelf, row.declaration);
   // The context's own parameter may be declared as anything: it is replaced.
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), true, "Sub Attach(ctx As Object)");
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryB), false, "Function Pick(a As Integer) As Integer");
