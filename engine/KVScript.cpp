@@ -95,7 +95,9 @@ void KvScriptFinalizer(VELDobjectStruct* object) {
 
 void KvScriptInstallRuntime(KvScriptData* data) {
   if (!data->interpreter) return;
-  // A row the host can't supply is registered with a null entry all the same.
+  // A row the host can't supply is registered with a null entry all the
+  // same: the script still knows the name, and a call of it is a compile
+  // error rather than a call of address 0.
   for (HostLibraryFunction const& row : kHostLibraryTable)
     data->interpreter->RegisterHostMethod(Resolver(row.entryName), false, row.declaration);
 }
@@ -183,9 +185,14 @@ static void RegisterContextMembers(KVInterpreter* interpreter, VELDclassRefStruc
     void* setter = nullptr;
     long param = 0;
     string declaration;
-    if (VELDGetClassProperty(classRef, i, &getter, &setter, &param, &declaration) &&
-        !IsPrivateDeclaration(declaration))
-      interpreter->RegisterHostProperty(getter, setter, param, declaration.CString());
+    if (!VELDGetClassProperty(classRef, i, &getter, &setter, &param, &declaration) ||
+        IsPrivateDeclaration(declaration))
+      continue;
+    // A side the host serves from the field itself has no function to call:
+    // to a script it is missing.
+    if (getter == kHostAccessesField) getter = nullptr;
+    if (setter == kHostAccessesField) setter = nullptr;
+    interpreter->RegisterHostProperty(getter, setter, param, declaration.CString());
   }
 }
 

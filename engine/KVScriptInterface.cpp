@@ -159,6 +159,26 @@ bool IsRefusedHostType(IRDataType const& type) {
   return type.GetMainType() == kTypeObject || type.GetMainType() == kTypeClassRef;
 }
 
+// Nor take them: a script's object is a run-time object, not a host object,
+// whether it comes plain, in an array or by reference.
+bool IsRefusedParameterType(IRDataType type) {
+  while (type.GetMainType() == kTypeArray || type.GetMainType() == kTypeReference)
+    type = type.AsElement();
+  return IsRefusedHostType(type);
+}
+
+// Whether a host method can be called as declared. With `hasSelf` its first
+// parameter stands for the context, so it must have one; that parameter's
+// declared type is replaced and not checked.
+bool IsCallableHostMethod(FunctionDeclaration* method, bool hasSelf) {
+  if (IsRefusedHostType(method->GetType())) return false;
+  unsigned count = method->CountParameters();
+  if (hasSelf && count == 0) return false;
+  for (unsigned i = hasSelf ? 1 : 0; i < count; ++i)
+    if (IsRefusedParameterType(method->GetParameter(i)->GetType())) return false;
+  return true;
+}
+
 // A parameter the script never passes: the call supplies `value` itself.
 ParameterDeclaration* HiddenIntegerParameter(char const* name, long value) {
   ParameterDeclaration* p = ParameterDeclaration::New();
@@ -186,18 +206,20 @@ void KVScriptInterface::EncodeHostCallbacks(ModuleDeclaration* module) {
   if (!module) return;
   // The declaration reader needs a compilation context of its own.
   CompileScope scope;
+  // The context's address travels as a script Integer: 32 bits.
+  static_assert(sizeof(void const*) == sizeof(int32_t), "a host address must fit an Integer");
   long self = (long)reinterpret_cast<intptr_t>(mContext);
   for (unsigned long i = 0; i < mHostMethods.size(); ++i) {
     HostMethod const& item = mHostMethods[i];
     FunctionDeclaration* method = ExtractMethodDeclaration(item.declaration, nullptr);
     if (!method) continue;
-    if (IsRefusedHostType(method->GetType())) {
+    if (!IsCallableHostMethod(method, item.hasSelf)) {
       delete method;  // never added, so never locked: its maker deletes it
       continue;
     }
     method->SetDispatchMethod(FunctionDeclaration::kDispatchHardCoded);
     method->SetDispatchID((int32_t)reinterpret_cast<intptr_t>(item.entry));
-    if (item.hasSelf && method->CountParameters() > 0) {
+    if (item.hasSelf) {
       ParameterDeclaration* first = method->GetParameter(0);
       first->SetName(string("self"));
       first->SetType(IRDataType(kTypeInteger));

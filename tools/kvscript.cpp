@@ -2,24 +2,27 @@
 // with the stand-in host in the host's place. It meets the engine only at
 // its public faces: the plug-in entry, the KvScript class and EngineAPI.h.
 //
-//   kvscript FILE        run the script in FILE
-//   kvscript -           run the script read from standard input
-//   kvscript -e TEXT     run TEXT
-//   kvscript --tac ...   print the script's three-address code instead
+//   kvscript FILE [ARG...]       run the script in FILE
+//   kvscript - [ARG...]          run the script read from standard input
+//   kvscript -e TEXT [ARG...]    run TEXT
+//   kvscript --tac ...           print the script's three-address code instead
 //
 // Print writes a line to standard output, Input reads one from standard
 // input; compile and run-time errors go to standard error, one line each.
-// The exit status is 0 when the script completed, 1 after compile errors
-// (nothing runs then), 2 after an unhandled script exception, and 64 for a
-// command-line or file problem: a file that can't be read, one longer than
-// the engine takes (reading stops there), or standard output that can't be
-// written.
+// The script's context object hands it the ARGs (ArgCount, Arg), its name
+// (ScriptName) and the exit status it chooses (ExitStatus).
+// The exit status is the script's ExitStatus (0 unless it set one) when the
+// script completed, 1 after compile errors (nothing runs then), 2 after an
+// unhandled script exception, and 64 for a command-line or file problem: a
+// file that can't be read, one longer than the engine takes (reading stops
+// there), or standard output that can't be written.
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "engine/EngineAPI.h"
@@ -40,18 +43,33 @@ constexpr int kExitUsage = 64;
 // Only with KVSCRIPT_LEAK_CHECK: the run did not give back what it took.
 constexpr int kExitLeak = 70;
 
+// The statuses a script may choose: the others are kvscript's own.
+constexpr long kFirstScriptStatus = 3;
+constexpr long kLastScriptStatus = 63;
+
 void PrintUsage(FILE* out) {
   fprintf(out,
-          "usage: kvscript [--tac] FILE | - | -e TEXT\n"
+          "usage: kvscript [--tac] FILE [ARG...] | - [ARG...] | -e TEXT [ARG...]\n"
           "       kvscript --help | --version\n"
           "\n"
           "Compiles the script to native code and runs it. Print writes to standard\n"
           "output; Input reads a line from standard input. --tac prints the\n"
           "three-address code the script compiles to instead of running it.\n"
           "A script may hold at most %lu MiB.\n"
-          "Exit status: 0 done, 1 compile errors, 2 unhandled exception, 64 usage,\n"
-          "file or output problem.\n",
-          kMaxSourceLength >> 20);
+          "\n"
+          "The script may call these functions of its context:\n"
+          "  ArgCount As Integer      the number of ARGs (read-only)\n"
+          "  Arg(index As Integer) As String\n"
+          "                           ARG number index; \"\" outside 1 to ArgCount\n"
+          "  ScriptName As String     FILE as given, \"-\" or \"-e\" (read-only)\n"
+          "  ExitStatus As Integer    the status to exit with when the script\n"
+          "                           completes: 0 (the start) or %ld to %ld; setting\n"
+          "                           any other value leaves it as it was\n"
+          "\n"
+          "Exit status: ExitStatus when the script completed, 1 compile errors,\n"
+          "2 unhandled exception, 64 usage, file or output problem, 70 (with\n"
+          "KVSCRIPT_LEAK_CHECK set) counted memory not given back.\n",
+          kMaxSourceLength >> 20, kFirstScriptStatus, kLastScriptStatus);
 }
 
 // A file name as diagnostics show it: control bytes and the backslash are
@@ -175,6 +193,92 @@ void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
           name ? name : "exception");
 }
 
+// ---------------------------------------------------------------------------
+// The script's context: a host object whose public members the engine turns
+// into functions of the script. A host function takes the context first,
+// then the property's row parameter or the method's arguments; a String it
+// returns carries one lock for the script, and "" is null.
+
+// The command line of one run: the script's name and the arguments after it.
+struct Invocation {
+  char const* name;
+  char** args;
+  long argCount;
+};
+
+// The context's instance data. The command line outlives every run.
+struct ContextData {
+  Invocation run;
+  long exitStatus;
+};
+
+VELDclassDefinition sContextClass;
+
+ContextData* ContextDataOf(VELDobjectStruct* context) {
+  return static_cast<ContextData*>(VELDGetClassData(context, &sContextClass));
+}
+
+VELDstringStruct* HostText(char const* text) {
+  return *text ? StandInString(text, kEncodingUTF8) : nullptr;
+}
+
+long ContextArgCount(VELDobjectStruct* context, long) {
+  return ContextDataOf(context)->run.argCount;
+}
+
+VELDstringStruct* ContextScriptName(VELDobjectStruct* context, long) {
+  return HostText(ContextDataOf(context)->run.name);
+}
+
+long ContextGetExitStatus(VELDobjectStruct* context, long) {
+  return ContextDataOf(context)->exitStatus;
+}
+
+void ContextSetExitStatus(VELDobjectStruct* context, long, long status) {
+  if (status == 0 || (status >= kFirstScriptStatus && status <= kLastScriptStatus))
+    ContextDataOf(context)->exitStatus = status;
+}
+
+VELDstringStruct* ContextArg(VELDobjectStruct* context, long index) {
+  Invocation const& run = ContextDataOf(context)->run;
+  return index >= 1 && index <= run.argCount ? HostText(run.args[index - 1]) : nullptr;
+}
+
+VELDproperty sContextProperties[] = {
+    {nullptr, "ArgCount", "Integer", 0, reinterpret_cast<void*>(&ContextArgCount), nullptr, 0,
+     {0, 0, 0}},
+    {nullptr, "ScriptName", "String", 0, reinterpret_cast<void*>(&ContextScriptName), nullptr, 0,
+     {0, 0, 0}},
+    {nullptr, "ExitStatus", "Integer", 0, reinterpret_cast<void*>(&ContextGetExitStatus),
+     reinterpret_cast<void*>(&ContextSetExitStatus), 0, {0, 0, 0}},
+};
+
+// A method's first parameter stands for the context object itself.
+VELDmethodDefinition sContextMethods[] = {
+    {reinterpret_cast<void*>(&ContextArg), 0,
+     "Function Arg(context As Integer, index As Integer) As String"},
+};
+
+// A new context object for `run` with one lock, or null. The host forgets
+// its classes at each reset, so the class is registered again for every run.
+VELDobjectStruct* MakeContext(Invocation const& run) {
+  sContextClass = VELDclassDefinition{};
+  sContextClass.version = kPluginInterfaceVersion;
+  sContextClass.name = "ScriptContext";
+  sContextClass.dataSize = sizeof(ContextData);
+  sContextClass.properties = sContextProperties;
+  sContextClass.propertyCount = (long)std::size(sContextProperties);
+  sContextClass.methods = sContextMethods;
+  sContextClass.methodCount = (long)std::size(sContextMethods);
+  if (!StandInRegisterClass(&sContextClass)) return nullptr;
+  VELDobjectStruct* context = VELDnewInstance(sContextClass.name);
+  if (context) ContextDataOf(context)->run = run;
+  return context;
+}
+
+// ---------------------------------------------------------------------------
+// Running
+
 // With KVSCRIPT_LEAK_CHECK set, the run must give back every counted block
 // it took; the values that every compilation shares for good are made first.
 struct LeakCheck {
@@ -195,10 +299,11 @@ struct LeakCheck {
   }
 };
 
-// Hands the text to a new KvScript object as its Source, then lets go of
-// the text: from here on the host string and the engine's copy are all
-// there is of it. Null if the host could not make the object or the string.
-VELDobjectStruct* LoadScript(SourceText* text) {
+// Hands the text to a new KvScript object as its Source, with `context` as
+// its Context, then lets go of the text: from here on the host string and
+// the engine's copy are all there is of it. Null if the host could not make
+// the object or the string.
+VELDobjectStruct* LoadScript(SourceText* text, VELDobjectStruct* context) {
   VELDobjectStruct* script = VELDnewInstance("KvScript");
   if (!script) {
     fprintf(stderr, "kvscript: the host could not make a KvScript object\n");
@@ -208,6 +313,7 @@ VELDobjectStruct* LoadScript(SourceText* text) {
   StandInSetEventHandler(script, "Input", reinterpret_cast<void*>(&OnInput));
   StandInSetEventHandler(script, "CompilerError", reinterpret_cast<void*>(&OnCompilerError));
   StandInSetEventHandler(script, "RuntimeError", reinterpret_cast<void*>(&OnRuntimeError));
+  StandInSetObjectProperty(script, "Context", context);
   bool empty = text->length == 0;
   VELDstringStruct* source = StandInString(text->bytes, (long)text->length, kEncodingUTF8);
   text->Release();
@@ -244,18 +350,28 @@ int RunLoadedScript(VELDobjectStruct* script, bool listOnly) {
   return sRuntimeError ? kExitRuntimeError : kExitCompileError;
 }
 
-int RunScript(char const* name, SourceText* text, bool listOnly) {
+int RunScript(Invocation const& run, SourceText* text, bool listOnly) {
   LeakCheck leaks;
   leaks.Start();
-  sScriptName = Printable(name);
+  sScriptName = Printable(run.name);
   StandInHostReset();
   VELDPluginMain(StandInResolve);
   int status = kExitUsage;
-  if (VELDobjectStruct* script = LoadScript(text)) {
+  VELDobjectStruct* context = MakeContext(run);
+  if (!context) {
+    fprintf(stderr, "kvscript: the host could not make the script's context\n");
+  } else if (VELDobjectStruct* script = LoadScript(text, context)) {
     status = RunLoadedScript(script, listOnly);
+    if (status == 0) status = (int)ContextDataOf(context)->exitStatus;
     VELDUnlockObject(script);
   }
+  if (context) VELDUnlockObject(context);
   sScriptName.clear();
+  // A run that ended in an unhandled exception is not checked. Until a
+  // raise unwinds the frames it passes, such a run abandons the script's
+  // frames, jumping back to where the run began, and the strings they held
+  // can't be found to be given back.
+  if (status == kExitRuntimeError) return status;
   return leaks.Passed() ? status : kExitLeak;
 }
 
@@ -276,14 +392,14 @@ int RunArguments(int argc, char** argv) {
   }
   int rest = argc - first;
   SourceText text;
-  if (rest == 2 && strcmp(argv[first], "-e") == 0) {
+  if (rest >= 2 && strcmp(argv[first], "-e") == 0) {
     text.length = strlen(argv[first + 1]);
     text.bytes = static_cast<char*>(malloc(text.length + 1));
     if (!text.bytes) return kExitUsage;
     memcpy(text.bytes, argv[first + 1], text.length);
-    return RunScript("-e", &text, listOnly);
+    return RunScript({"-e", argv + first + 2, rest - 2}, &text, listOnly);
   }
-  char const* path = rest == 1 ? argv[first] : nullptr;
+  char const* path = rest >= 1 ? argv[first] : nullptr;
   if (!path || (path[0] == '-' && path[1] != 0)) {
     PrintUsage(stderr);
     return kExitUsage;
@@ -298,17 +414,18 @@ int RunArguments(int argc, char** argv) {
   int error = errno;
   if (!fromStdin) fclose(file);
   if (ReportReadFailure(result, fromStdin ? "standard input" : path, error)) return kExitUsage;
-  return RunScript(path, &text, listOnly);
+  return RunScript({path, argv + first + 1, rest - 1}, &text, listOnly);
 }
 
 // Output that never reached standard output (a full disk, a closed pipe)
-// fails a run that would have succeeded.
+// fails a run that would have succeeded, whatever status the script chose.
 int FinishOutput(int status) {
   bool failed = ferror(stdout) != 0;
   failed = fclose(stdout) != 0 || failed;
   if (!failed) return status;
   fprintf(stderr, "kvscript: cannot write standard output\n");
-  return status == 0 ? kExitUsage : status;
+  bool completed = status == 0 || (status >= kFirstScriptStatus && status <= kLastScriptStatus);
+  return completed ? kExitUsage : status;
 }
 
 }  // namespace

@@ -49,6 +49,10 @@ printf 'Dim i As Integer\n#pragma BackgroundTasks False\nWhile i < 3\n  i = i + 
 # Input writes its prompt, then hands back one line without its ending, and
 # "" once standard input is over.
 printf 'Dim a As String = Input("name? ")\nPrint "[" + a + "]"\nPrint "[" + Input("") + "]"\nPrint "[" + Input("more? ") + "]"\n' > input.kvs
+# The words after the script reach it through its context, whatever they
+# look like; a completed run exits with the status the script chose.
+printf 'Dim i As Integer\nPrint Str(ArgCount)\nFor i = 1 To ArgCount\n  Print "[" + Arg(i) + "]"\nNext\nExitStatus = 40 + ArgCount\n' > args.kvs
+printf 'Print "x"\nExitStatus = 5\n' > status.kvs
 # kvscript needs some 11 MB to take this script in, and 75 MB to compile it.
 awk 'BEGIN { for (i = 0; i < 20000; ++i) printf "Class C%d\n  Dim x As String\n  Sub M(a As String)\n    x = a + \"l%d\"\n  End Sub\nEnd Class\n", i, i }' > many-classes.kvs
 
@@ -75,8 +79,16 @@ probe 0  ''                                    '"$K" --tac yields.kvs | grep -q 
 probe 1  ''                                    '"$K" --tac quiet.kvs | grep -q "Intrn  42"'
 probe 0  ''                                    'test "$(printf "abc\\r\\ndef\\n" | "$K" input.kvs)" = "$(printf "name? [abc]\\n[def]\\nmore? []")"'
 probe 1  '*SyntaxError'                        '"$K" --tac -e "x = ("'
+probe 0  ''                                    'out=$("$K" args.kvs -e "b c" ""); test "$?:$out" = "$(printf "43:3\\n[-e]\\n[b c]\\n[]")"'
+probe 0  ''                                    'test "$(printf "Print ScriptName + Arg(2)\\n" | "$K" - x y)" = "-y"'
+probe 0  ''                                    'test "$("$K" -e "Print ScriptName + Str(ArgCount)" a b)" = "-e2"'
+probe 5  ''                                    '"$K" -e "ExitStatus = Len(Arg(1))" hello'
+probe 5  ''                                    '"$K" status.kvs'
+probe 0  ''                                    '"$K" --tac status.kvs a b'
+probe 1  '-e:1: error 11: UnknownName'         '"$K" -e "ArgCount = 2" a'
 probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
 probe !0 'kvscript: cannot write standard output' '"$K" --help > /dev/full'
+probe 64 'kvscript: cannot write standard output' '"$K" status.kvs > /dev/full'
 # The sanitizers reserve far more address space than any limit below allows,
 # and so does a user-mode emulator that runs the 32-bit binary on a machine
 # whose kernel executes no 32-bit code.

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
+#include "diag/CompileError.h"
+#include "engine/HostedFixture.h"
 #include "engine/KVScriptInterface.h"
 #include "semantic/DeclarationTable.h"
 
@@ -53,19 +57,33 @@ TEST_F(EncodedModule, AMethodWithSelfTakesTheContextHidden) {
   EXPECT_EQ(f->GetParameter(1)->GetMode(), ParameterDeclaration::kParamRequired);
 }
 
-// A method that returns an object, or whose declaration doesn't parse, is
+// A method that would trade objects with the host, that declares no
+// parameter to take the context, or whose declaration doesn't parse, is
 // dropped; overloads stay overloads.
-TEST_F(EncodedModule, MethodsThatReturnObjectsOrDoNotParseAreDropped) {
-  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), false, "Function Make() As Object");
-  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryB), false, "this is no declaration");
+TEST_F(EncodedModule, MethodsThatCannotBeCalledAsDeclaredAreDropped) {
+  struct Dropped {
+    bool hasSelf;
+    char const* declaration;
+  } const kDropped[] = {
+      {false, "Function Make() As Object"},   {false, "this is no declaration"},
+      {false, "Sub Take(o As Object)"},       {false, "Sub Fill(ByRef o As Object)"},
+      {false, "Sub Each(items() As Object)"}, {true, "Sub Take(ctx As Integer, o As Object)"},
+      {true, "Sub Beep()"},
+  };
+  for (Dropped const& row : kDropped)
+    mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), row.hasSelf, row.declaration);
+  // The context's own parameter may be declared as anything: it is replaced.
+  mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryA), true, "Sub Attach(ctx As Object)");
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryB), false, "Function Pick(a As Integer) As Integer");
   mEngine.RegisterHostMethod(reinterpret_cast<void*>(&EntryC), false, "Function Pick(a As String) As Integer");
   Encode();
-  ASSERT_EQ(mModule->CountMethods(), 2u);
+  ASSERT_EQ(mModule->CountMethods(), 3u);
+  EXPECT_STREQ(Method(0)->GetBaseName().CString(), "Attach");
+  EXPECT_EQ(Method(0)->GetParameter(0)->GetType().GetMainType(), kTypeInteger);
   Ref<SimpleVector<FunctionDeclaration*> > found = mModule->LookupMethodsByBase(string("pick"), MethodFilter());
   ASSERT_TRUE(found);
   EXPECT_EQ(found->size(), 2u);
-  EXPECT_EQ(Method(1)->GetDispatchID(), AddressOf(&EntryC));
+  EXPECT_EQ(Method(2)->GetDispatchID(), AddressOf(&EntryC));
 }
 
 TEST_F(EncodedModule, APropertyBecomesAGetterAndASetter) {
@@ -108,6 +126,111 @@ TEST_F(EncodedModule, ClearingEmptiesBothLists) {
   mEngine.ClearHostCallbacks();
   Encode();
   EXPECT_EQ(mModule->CountMethods(), 0u);
+}
+
+// ---------------------------------------------------------------------------
+// Through a run: a script calls the members of a host context object.
+
+// What reached the host: each call's context and row parameter, in order.
+struct ContextCalls {
+  std::vector<std::string> printed;
+  std::vector<long> errors;
+  std::vector<VELDobjectStruct*> selves;
+  std::vector<long> params;
+  long level = 0;
+};
+ContextCalls sCalls;
+
+long HostTwice(VELDobjectStruct* self, long n) {
+  sCalls.selves.push_back(self);
+  return 2 * n;
+}
+long HostGetLevel(VELDobjectStruct* self, long param) {
+  sCalls.selves.push_back(self);
+  sCalls.params.push_back(param);
+  return sCalls.level;
+}
+void HostSetLevel(VELDobjectStruct* self, long param, long value) {
+  HostGetLevel(self, param);
+  sCalls.level = value;
+}
+
+VELDmethodDefinition sCallbackMethods[] = {
+    {reinterpret_cast<void*>(&HostTwice), 0,
+     "Function Twice(ctx As Integer, n As Integer) As Integer"},
+};
+VELDproperty sCallbackProperties[] = {
+    {nullptr, "Level", "Integer", 0, reinterpret_cast<void*>(&HostGetLevel),
+     reinterpret_cast<void*>(&HostSetLevel), 17, {0, 0, 0}},
+    // Served by the host from the field: nothing a script could call.
+    {nullptr, "Stored", "Integer", 0, kHostAccessesField, kHostAccessesField, 0, {0, 0, 0}},
+};
+VELDclassDefinition sCallbackClass = {
+    kPluginInterfaceVersion, "CallbackContext", nullptr, 4, 0, nullptr, nullptr,
+    sCallbackProperties, 2, sCallbackMethods, 1, nullptr, 0, {0, 0, 0, 0, 0, 0, 0},
+};
+
+void OnPrint(VELDobjectStruct*, VELDstringStruct* msg) {
+  sCalls.printed.emplace_back(VELDstringStruct::CString(msg),
+                              (size_t)VELDstringStruct::Length(msg));
+}
+void OnCompilerError(VELDobjectStruct*, long, long number, VELDstringStruct*) {
+  sCalls.errors.push_back(number);
+}
+
+class ContextRun : public HostedTest {
+protected:
+  void SetUp() override {
+    HostedTest::SetUp();
+    sCalls = ContextCalls();
+    ASSERT_TRUE(StandInRegisterClass(&sCallbackClass));
+    mScript = VELDnewInstance("KvScript");
+    mFirst = VELDnewInstance("CallbackContext");
+    mSecond = VELDnewInstance("CallbackContext");
+    ASSERT_TRUE(mScript && mFirst && mSecond);
+    StandInSetEventHandler(mScript, "Print", reinterpret_cast<void*>(&OnPrint));
+    StandInSetEventHandler(mScript, "CompilerError", reinterpret_cast<void*>(&OnCompilerError));
+  }
+  void TearDown() override {
+    VELDUnlockObject(mScript);
+    VELDUnlockObject(mFirst);
+    VELDUnlockObject(mSecond);
+    HostedTest::TearDown();
+  }
+  void Call(char const* method, VELDobjectStruct* context) {
+    ASSERT_TRUE(StandInSetObjectProperty(mScript, "Context", context));
+    StandInCallMethod(mScript, method);
+  }
+
+  VELDobjectStruct* mScript = nullptr;
+  VELDobjectStruct* mFirst = nullptr;
+  VELDobjectStruct* mSecond = nullptr;
+};
+
+TEST_F(ContextRun, MembersReceiveTheContextAndTheirParameter) {
+  SetSourceProperty(mScript, "Level = Twice(21)\nPrint Str(Level + 1)\n");
+  Call("Run", mFirst);
+  EXPECT_EQ(std::vector<long>(), sCalls.errors);
+  EXPECT_EQ(std::vector<std::string>{"43"}, sCalls.printed);
+  EXPECT_EQ(std::vector<VELDobjectStruct*>(3, mFirst), sCalls.selves);
+  EXPECT_EQ((std::vector<long>{17, 17}), sCalls.params);
+  // A side the host serves from the field is no call of address -1.
+  SetSourceProperty(mScript, "Print Str(Stored)\nStored = 1\n");
+  Call("Run", mFirst);
+  EXPECT_EQ((std::vector<long>{UnknownName, UnknownName}), sCalls.errors);
+}
+
+// Each change of context reaches the next run: the members appear and go,
+// and the context's address compiled into the calls is never stale.
+TEST_F(ContextRun, ANewContextAfterACompileCompilesAgain) {
+  SetSourceProperty(mScript, "Print Str(Twice(4))\n");
+  Call("Precompile", nullptr);
+  Call("Precompile", mFirst);
+  Call("Run", mSecond);
+  EXPECT_EQ(std::vector<std::string>{"8"}, sCalls.printed);
+  EXPECT_EQ(std::vector<VELDobjectStruct*>{mSecond}, sCalls.selves);
+  Call("Run", nullptr);
+  EXPECT_EQ((std::vector<long>{UnknownName, UnknownName}), sCalls.errors);
 }
 
 }  // namespace
