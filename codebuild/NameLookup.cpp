@@ -426,7 +426,15 @@ Ref<SemBase> Lookup(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value, Fu
     if (isCall && isAccess) return ReportFailure(NotAStatement, name, mode);
     return found;
   }
-  if (value) return ReportCallFailure(err, name, mode, args, value);
+  if (value) {
+    // A function that only reads, such as a host property without a
+    // setter: the name is known, it just cannot be assigned.
+    ModuleDeclaration* module = gContext->CurrentModule();
+    MethodList readers = module ? module->LookupMethodsByBase(name->toString(), kFilterPlain) : MethodList();
+    for (unsigned long i = 0; err == UnknownName && readers && i < readers->size(); ++i)
+      if (!(*readers.Get())[i]->GetType().Null()) err = ReadOnlyMember;
+    return ReportCallFailure(err, name, mode, args, value);
+  }
   string text = name->toString();
   ModuleDeclaration* module = gContext->CurrentModule();
   if (module && module->LookupClass(text)) {

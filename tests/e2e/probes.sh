@@ -85,7 +85,7 @@ probe 0  ''                                    'test "$("$K" -e "Print ScriptNam
 probe 5  ''                                    '"$K" -e "ExitStatus = Len(Arg(1))" hello'
 probe 5  ''                                    '"$K" status.kvs'
 probe 0  ''                                    '"$K" --tac status.kvs a b'
-probe 1  '-e:1: error 11: UnknownName'         '"$K" -e "ArgCount = 2" a'
+probe 1  '-e:1: error 70: ReadOnlyMember'         '"$K" -e "ArgCount = 2" a'
 probe !0 'kvscript: cannot write standard output' '"$K" --tac clean.kvs > /dev/full'
 probe !0 'kvscript: cannot write standard output' '"$K" --help > /dev/full'
 probe 64 'kvscript: cannot write standard output' '"$K" status.kvs > /dev/full'
