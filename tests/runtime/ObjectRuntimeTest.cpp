@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,8 @@
 #include "runtime/KVScriptIntrinsics.h"
 #include "runtime/RunAbort.h"
 #include "runtime/RunState.h"
-#include "runtime/RuntimeStringFoundation.h"
 #include "runtime/RuntimeObjectFoundation.h"
+#include "runtime/RuntimeStringFoundation.h"
 
 namespace {
 
@@ -87,6 +88,9 @@ TEST_F(ObjectRuntime, RecordLayoutAndAllocationSizes) {
     RuntimeUnlockObject(o);
     EXPECT_EQ(gTotalAllocLen, start);
   }
+  char* junk = OSalloclen(8 + 3 * 8, 0);  // a used block that the vtable gets again
+  memset(junk, 0x5A, 8 + 3 * 8);
+  OSfreelen(junk, 8 + 3 * 8);
   RuntimeMethodEntry* vtable = RuntimeNewVtable(3);
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(vtable[i].mFunction == nullptr && vtable[i].mName == nullptr);
 }
@@ -144,19 +148,23 @@ void LogFinalize(RuntimeObject* o) {
   sLog.push_back("finalize");
   ReleaseField(o);
 }
+void InitBase(RuntimeObject*) { sLog.push_back("init B"); }
+void InitDerived(RuntimeObject*) { sLog.push_back("init D"); }
 void LogFreed(RuntimeObject* o) { sLog.push_back("freed " + std::to_string(o->mClass->mInstanceSize)); }
 
 TEST_F(ObjectRuntime, DestructorsFirstMostDerivedFirstAndNestedFreesWait) {
   RuntimeClass* base = Class(nullptr, 28, LogBase, LogFinalize);
   RuntimeClass* derived = Class(base, 32, LogDerived);
   RuntimeClass* inner = Class(nullptr, 24, LogInner);
+  base->mInitializer = InitBase;
+  derived->mInitializer = InitDerived;
   SetObjectDestructionMonitor(LogFreed);
   RuntimeObject* outer = RuntimeNewObject(derived);
   Field(outer) = RuntimeNewObject(inner);
   RuntimeLockUnlockObjects(outer, outer);
   EXPECT_EQ(outer->mLockCount, 1);
   RuntimeUnlockObject(outer);
-  EXPECT_EQ(sLog, (std::vector<std::string>{"destroy D", "destroy B", "finalize", "destroy inner",
+  EXPECT_EQ(sLog, (std::vector<std::string>{"init B", "init D", "destroy D", "destroy B", "finalize", "destroy inner",
                                             "freed 32", "freed 24"}));
 }
 
