@@ -12,8 +12,6 @@ bool sFailureReported = false;
 // Borrowed from the class record for the time of the report.
 stringStorage* sUnhandledClassName = nullptr;
 
-bool BeginRaise();
-
 void EndRaise() {
   sRaising = false;
   sFailureReported = false;

@@ -35,8 +35,9 @@ bool RunScriptCode(void (*start)());
 // Jumps to the innermost run's abort point; returns only outside a run.
 void AbortScriptRun();
 
-// A raise with no handler: reports the exception as unhandled (code 2) and
-// ends the run. Outside a run it releases `exception` and returns.
+// A raise with no handler: reports the exception as unhandled (code 2,
+// through UnhandledException) and ends the run, taking over the caller's
+// lock on `exception`. Outside a run it releases that lock and returns.
 void EndRunWithException(RuntimeObject* exception);
 
 // Tells the correspondent that memory ran out (kRuntimeErrorOutOfMemory);

@@ -32,6 +32,10 @@
 // - An object's memory is OSalloclen(RuntimeObjectAllocationSize(class)).
 //   A private event table, if an object gets one, is OSalloclen of its
 //   class's event slot count times 8.
+// - The entries below that raise (NilObjectException when memory runs out
+//   or an argument is nil, IllegalCastException) do not come back inside a
+//   run: the run ends there (runtime/RunAbort.h). Outside a run they return
+//   null or 0.
 // - While a run is on the stack (RunScriptCode), a boundary record stands
 //   on the active list behind the objects the run made: a header with a
 //   null class and a lock count of 0, never counted. What walks the list
@@ -219,13 +223,13 @@ struct RuntimeObjectRun {
 extern "C" {
 // A new class on the run's list with room for the given tables, each count
 // raised to the parent's, the parent's tables copied in and everything else
-// 0. Null after a raise, when memory runs out.
+// 0. Raises when memory runs out.
 RuntimeClass* RuntimeNewClass(RuntimeClass* parent, uint32_t methods, uint32_t interfaces,
                               uint32_t eventSlots, uint32_t reservedEntries, uint32_t properties);
-// A cleared table of `entries` method entries, owned by the run; null after a raise.
+// A cleared table of `entries` method entries, owned by the run.
 RuntimeMethodEntry* RuntimeNewVtable(uint32_t entries);
 // A new object of `c` holding one lock, its initializers run, root class
-// first; null after a raise (a null class, no memory).
+// first. Raises for a null class or when memory runs out.
 RuntimeObject* RuntimeNewObject(RuntimeClass* c);
 void RuntimeLockObject(RuntimeObject* object);
 // The last unlock destroys the object: destructors, then finalizers, most
@@ -237,10 +241,11 @@ void RuntimeLockUnlockObjects(RuntimeObject* newOne, RuntimeObject* oldOne);
 // object is of no class, and every object is of the null class.
 int RuntimeObjectIsa(RuntimeObject* object, RuntimeClass* c);
 // The object with one more lock when it is of `c` (or `c` is null); null
-// for null, and null after raising IllegalCastException otherwise.
+// for null; raises IllegalCastException otherwise.
 RuntimeObject* RuntimeCheckCast(RuntimeObject* object, RuntimeClass* c);
-// The object's vtable for `interface`; 0 after raising NilObjectException
-// (either is null) or IllegalCastException (not an interface, or not implemented).
+// The object's vtable for `interface`. Raises NilObjectException when
+// either is null, IllegalCastException when `interface` is not one or the
+// object's class does not implement it.
 RuntimeMethodEntry* RuntimeLookupInterfaceVtable(RuntimeObject* object, RuntimeClass* interface);
 }
 
