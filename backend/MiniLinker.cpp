@@ -8,6 +8,7 @@
 #include "diag/CompileError.h"
 #include "diag/CompilerDelegate.h"
 #include "foundation/KvAssert.h"
+#include "runtime/RunAbort.h"
 #include "runtime/RunState.h"
 
 // ---------------------------------------------------------------------------
@@ -67,10 +68,9 @@ void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
   if (dataLength > 0) memcpy(saved, data, (size_t)dataLength);
   {
     RunStateScope runState(correspondent);
-    if (image && image->Sealed() && image->Address()) {
-      auto start = reinterpret_cast<void (*)()>(image->Address());
-      start();
-    }
+    // A run that ends early has told the correspondent why already.
+    if (image && image->Sealed() && image->Address())
+      RunScriptCode(reinterpret_cast<void (*)()>(image->Address()));
   }
   if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
   delete[] saved;

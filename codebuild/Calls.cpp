@@ -6,6 +6,7 @@
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "ir/Intrinsics.h"
+#include "runtime/RuntimeObjectFoundation.h"
 #include "semantic/DeclarationTable.h"
 #include "semantic/SymbolUtilities.h"
 
@@ -102,7 +103,7 @@ void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
     code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeLookupInterfaceVtable), nilTacAddr,
                   table->GetAddr());
     Ref<SemBase> entry = code->NewTemp(IRDataType(kTypeReference), nullptr);
-    code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * 8),
+    code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
                   entry->GetAddr());
     // A slot that no method fills is 0: a script error, never a jump there.
     TacAddr const* filled = NewLabel();
@@ -118,10 +119,10 @@ void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
     return;
   }
   Ref<SemBase> table = code->NewTemp(IRDataType(kTypeClassRef), nullptr);
-  code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral(0L), table->GetAddr());
+  code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral((long)kObjectVtableOffset), table->GetAddr());
   PushAllArguments(method, args, code);
   Ref<SemBase> entry = code->NewTemp(IRDataType(kTypeReference), nullptr);
-  code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * 8),
+  code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
                 entry->GetAddr());
   code->AddLine(tac_CallPtr, entry->GetAddr(), nilTacAddr, dest);
 }
@@ -132,8 +133,9 @@ void CallEvent(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* de
   if (!self) return;
   Ref<SemBase> handler = code->NewTemp(IRDataType(kTypeReference), nullptr);
   Ref<SemBase> events = code->NewTemp(IRDataType(kTypeReference), nullptr);
-  code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral(8L), events->GetAddr());
-  code->AddLine(tac_PeekI, events->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * 8),
+  code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral((long)kObjectEventTableOffset),
+                events->GetAddr());
+  code->AddLine(tac_PeekI, events->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
                 handler->GetAddr());
   TacAddr const* skip = NewLabel();
   // An unhandled event with a result gives the type's zero, not whatever

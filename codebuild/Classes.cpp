@@ -25,9 +25,6 @@
 
 namespace {
 
-// Fields begin behind the object header.
-constexpr long kRuntimeObjectHeaderSize = 24;
-
 TacAddr const* Lit(long value) { return CurrentTLP()->GetLiteral(value); }
 TacAddr const* Lit(string const& text) { return CurrentTLP()->GetLiteral(text); }
 
@@ -81,11 +78,22 @@ struct ClassFunction {
   }
 };
 
-// Pokes the text and takes the reference the record's table keeps of it.
+// Pokes the text into a slot that holds nothing yet and takes the reference
+// the record keeps of it.
 void PokeName(Ref<SemBase> const& code, string const& text, long offset, TacAddr const* base) {
   TacAddr const* name = Lit(text);
   code->AddLine(tac_PokeS, name, Lit(offset), base);
   code->AddLine(tac_Lock, name, nilTacAddr, nilTacAddr);
+}
+
+// The same over a slot that may hold a name copied from the parent's
+// record, which holds a reference of its own: that one is let go of.
+void ReplaceName(Ref<SemBase> const& code, string const& text, long offset, TacAddr const* base) {
+  TacAddr const* name = Lit(text);
+  Ref<SemBase> old = code->NewTemp(IRDataType(kTypeString), nullptr);
+  code->AddLine(tac_PeekS, base, Lit(offset), old->GetAddr());
+  code->AddLine(tac_SwapLocks, name, old->GetAddr(), nilTacAddr);
+  code->AddLine(tac_PokeS, name, Lit(offset), base);
 }
 
 void PokeFunction(Ref<SemBase> const& code, string const& link, string const& library, long offset,
@@ -283,14 +291,14 @@ Ref<SemBase> CreateClassRetriever(Ref<SemBase> name, ClassDeclaration* cls, stri
       if (m->GetDispatchMethod() != FunctionDeclaration::kDispatchVtable) continue;
       long slot = (long)m->GetDispatchID() * (long)sizeof(RuntimeMethodEntry);
       PokeFunction(code, m->GetName(), m->GetSourceLibrary(), slot, methods->GetAddr());
-      PokeName(code, MangledMethodName(m), slot + (long)offsetof(RuntimeMethodEntry, mName), methods->GetAddr());
+      ReplaceName(code, MangledMethodName(m), slot + (long)offsetof(RuntimeMethodEntry, mName), methods->GetAddr());
     }
     if (cls->CountEvents() || cls->CountHandledEvents()) {
       Ref<SemBase> events = PeekTable(code, ctbl, kClassEventsOffset);
       for (unsigned int i = 0; i < cls->CountEvents(); ++i) {
         FunctionDeclaration* e = cls->GetEvent(i);
         long slot = (long)e->GetDispatchID() * (long)sizeof(RuntimeMethodEntry);
-        PokeName(code, e->GetBaseName(), slot + (long)offsetof(RuntimeMethodEntry, mName), events->GetAddr());
+        ReplaceName(code, e->GetBaseName(), slot + (long)offsetof(RuntimeMethodEntry, mName), events->GetAddr());
       }
       for (unsigned int i = 0; i < cls->CountHandledEvents(); ++i) {
         HandledEvent* h = cls->GetHandledEvent(i);

@@ -10,6 +10,7 @@
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 #include "ir/LabelUtilities.h"
+#include "runtime/RuntimeObjectFoundation.h"
 #include "semantic/DeclarationTable.h"
 #include "semantic/NameMangler.h"
 #include "semantic/SymbolTable.h"
@@ -280,7 +281,8 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
     }
   }
   code->Append(CompileFunctionProlog(table, parameters));
-  if (self) code->AddLine(tac_Baseref, self->GetAddr(), CurrentTLP()->GetLiteral(24L), nilTacAddr);
+  if (self)
+    code->AddLine(tac_Baseref, self->GetAddr(), CurrentTLP()->GetLiteral((long)kRuntimeObjectHeaderSize), nilTacAddr);
   if (body) code->Append(body);
   IRDataType result = function->GetType();
   // A function that runs off its end returns zero, or nil.

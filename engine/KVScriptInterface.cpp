@@ -17,6 +17,7 @@
 #include "frontend/Miner.h"
 #include "ir/Intrinsics.h"
 #include "runtime/KVScriptIntrinsics.h"
+#include "runtime/RunAbort.h"
 #include "semantic/ScriptLibrary.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
@@ -463,7 +464,10 @@ void KVInterpreter::RuntimeError(RuntimeErrorCode code, unsigned long line) {
   auto handler = reinterpret_cast<KvScriptRuntimeErrorHandler>(
       VELDGetEventInstance(mOwner, &KvScriptEvents[kKvScriptRuntimeErrorEvent]));
   if (handler) {
-    VELDobjectStruct* error = VELDnewInstance(RuntimeErrorClassName(code));
+    // The host may know the script's exception class by its own name.
+    char const* raised = code == kRuntimeErrorUnhandledException ? UnhandledExceptionClassName() : nullptr;
+    VELDobjectStruct* error = raised ? VELDnewInstance(raised) : nullptr;
+    if (!error) error = VELDnewInstance(RuntimeErrorClassName(code));
     handler(mOwner, (long)line, error);
     VELDUnlockObject(error);
   }

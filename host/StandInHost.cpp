@@ -296,6 +296,11 @@ void EnsureBuiltIns() {
   RegisterBuiltIn("RuntimeException", nullptr);
   RegisterBuiltIn("stackOverflowException", "RuntimeException");
   RegisterBuiltIn("OutOfBoundsException", "RuntimeException");
+  // The script library's own exceptions, so an unhandled one is named.
+  RegisterBuiltIn("NilObjectException", "RuntimeException");
+  RegisterBuiltIn("IllegalCastException", "RuntimeException");
+  RegisterBuiltIn("TypeMismatchException", "RuntimeException");
+  RegisterBuiltIn("OutOfMemoryException", "RuntimeException");
 }
 
 }  // namespace

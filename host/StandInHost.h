@@ -9,8 +9,11 @@
 //   instance data of each class of its chain, the root's first. The offset
 //   of each class's data is written into its definition at registration.
 // - Classes are registered by definition and found by name ignoring case.
-//   "RuntimeException", "stackOverflowException" and "OutOfBoundsException"
-//   are there from the start, so plug-in classes can name them as parents.
+//   "RuntimeException", "stackOverflowException", "OutOfBoundsException"
+//   and the script library's other exceptions ("NilObjectException",
+//   "IllegalCastException", "TypeMismatchException", "OutOfMemoryException")
+//   are there from the start, so plug-in classes can name them as parents
+//   and an unhandled script exception reaches the host under its own name.
 // - Initializers run root first when an object is made; finalizers run most
 //   derived first when its last lock goes.
 // - Event handlers are set per object by event name; a handler takes the

@@ -1,11 +1,13 @@
 #include "runtime/KVScriptIntrinsics.h"
 
+#include <iterator>
+
 #include "ir/Intrinsics.h"
-#include "runtime/RunState.h"
+#include "runtime/ColorFunctions.h"
 #include "runtime/MathRuntime.h"
+#include "runtime/RunAbort.h"
 #include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
-#include "runtime/ColorFunctions.h"
 #include "runtime/RuntimeStringFoundation.h"
 
 // ---------------------------------------------------------------------------
@@ -26,8 +28,8 @@ void* Entry(F* function) {
 }  // namespace
 
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
-  // The rows of the object, exception, array and variant families join as
-  // those families are built; a name without a row fails the link. An
+  // The rows of the exception, array and variant families join as those
+  // families are built; a name without a row fails the link. An
   // intrinsic's row takes its name from the intrinsic list, so the two
   // cannot drift apart.
   RuntimeFunctionRow const rows[] = {
@@ -60,6 +62,23 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {IntrinsicFunctionName(kIntrinsicReadColorCyan), Entry(&readColorCyan)},
       {IntrinsicFunctionName(kIntrinsicReadColorMagenta), Entry(&readColorMagenta)},
       {IntrinsicFunctionName(kIntrinsicReadColorYellow), Entry(&readColorYellow)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeNewObject), Entry(&RuntimeNewObject)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeNewClass), Entry(&RuntimeNewClass)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeNewVtable), Entry(&RuntimeNewVtable)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeObjectIsa), Entry(&RuntimeObjectIsa)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeCheckCast), Entry(&RuntimeCheckCast)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeLookupInterfaceVtable), Entry(&RuntimeLookupInterfaceVtable)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeNilObject), Entry(&RaiseNilObjectException)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeLockObject), Entry(&RuntimeLockObject)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeUnlockObject), Entry(&RuntimeUnlockObject)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeLockUnlockObjects), Entry(&RuntimeLockUnlockObjects)},
+      {"RuntimeExceptionLookup", Entry(&RuntimeExceptionLookup)},
+      {"OutOfMemoryExceptionLookup", Entry(&OutOfMemoryExceptionLookup)},
+      {"NilObjectExceptionLookup", Entry(&NilObjectExceptionLookup)},
+      {"IllegalCastExceptionLookup", Entry(&IllegalCastExceptionLookup)},
+      {"TypeMismatchExceptionLookup", Entry(&TypeMismatchExceptionLookup)},
+      {"OutOfBoundsExceptionLookup", Entry(&OutOfBoundsExceptionLookup)},
+      {"StackOverflowExceptionLookup", Entry(&StackOverflowExceptionLookup)},
   };
   auto* table = new StringMap<void*>;
   for (RuntimeFunctionRow const& row : rows) table->AddEntry(row.linkName, row.function);
@@ -91,10 +110,14 @@ void Print(stringStorage* text) {
   correspondent->Print(bytes.CString(), (unsigned long)bytes.Length());
 }
 
-// The exception run-time's three standard classes and its hook for an
-// exception that no handler takes are set here; that run-time keeps them,
-// and until it exists there is nothing to set.
-void RuntimeInit() {}
+// The classes that the run-time raises by itself are made before the script
+// needs them, so that a raise when memory is short need not make one, and a
+// script's Catch of one of them names the same record.
+void RuntimeInit() {
+  NilObjectExceptionLookup();
+  IllegalCastExceptionLookup();
+  OutOfBoundsExceptionLookup();
+}
 
 void UnhandledException(RuntimeObject*) {
   if (KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent())
@@ -118,61 +141,63 @@ RuntimeClass* FindNamedClass(string name) {
 
 namespace {
 
-// The class records are made by the object run-time's RuntimeNewClass,
-// which puts them on the run's list. That run-time is not part of the
-// engine yet, so no library class can be made: a lookup finds only a class
-// already on the list and reports the rest as not made.
-RuntimeClass* NewLibraryClass(RuntimeClass* parent) {
-  (void)parent;
-  return nullptr;
-}
+struct LibraryClassRow {
+  char const* name;
+  bool isException;
+  uint32_t instanceSize;
+  RuntimeObjectProc initializer;
+  RuntimeObjectProc finalizer;
+};
 
-void ReportClassNotMade() {
-  if (KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent())
-    correspondent->ScriptError(kRuntimeErrorOutOfMemory, 0);
-}
+// By LibraryClass slot. A variant's finalizer, which drops the value it
+// holds, comes with the variant run-time.
+LibraryClassRow const kLibraryClassRows[] = {
+    {"Variant", false, kVariantInstanceSize, InitializeVariant, nullptr},
+    {"RuntimeException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"OutOfMemoryException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"NilObjectException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"IllegalCastException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"TypeMismatchException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"OutOfBoundsException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+    {"StackOverflowException", true, kExceptionInstanceSize, InitializeException, UninitializeException},
+};
+static_assert(std::size(kLibraryClassRows) == kLibraryClassCount);
 
-RuntimeClass* LookUpLibraryClass(char const* name, bool isException, uint32_t instanceSize,
-                                 RuntimeObjectProc initializer, RuntimeObjectProc finalizer) {
-  if (RuntimeClass* found = FindNamedClass(name)) return found;
+// The run keeps each class it has made by slot: a script class of the same
+// name is never taken for it, and a lookup costs no search. A failed
+// RuntimeNewClass has raised already; only outside a run does it come back.
+RuntimeClass* LookUpLibraryClass(LibraryClass which) {
+  if (RuntimeClass* made = GetLibraryClass(which)) return made;
+  LibraryClassRow const& row = kLibraryClassRows[which];
   RuntimeClass* parent = nullptr;
-  if (isException && !(string(name) == "RuntimeException")) {
+  if (row.isException && which != kLibraryRuntimeException) {
     parent = RuntimeExceptionLookup();
     if (!parent) return nullptr;
   }
-  RuntimeClass* made = NewLibraryClass(parent);
+  RuntimeClass* made = RuntimeNewClass(parent, 0, 0, 0, 0, 0);
   if (!made) {
-    ReportClassNotMade();
+    ReportOutOfMemory();
     return nullptr;
   }
   // The record holds a reference on its name.
-  made->mName = string(name).ExtractStringStorage();
-  made->mInstanceSize = instanceSize;
-  made->mInitializer = initializer;
-  made->mFinalizer = finalizer;
+  made->mName = string(row.name).ExtractStringStorage();
+  made->mInstanceSize = row.instanceSize;
+  made->mInitializer = row.initializer;
+  made->mFinalizer = row.finalizer;
+  SetLibraryClass(which, made);
   return made;
-}
-
-RuntimeClass* LookUpException(char const* name) {
-  return LookUpLibraryClass(name, true, kExceptionInstanceSize, InitializeException, UninitializeException);
 }
 
 }  // namespace
 
-// A variant's finalizer, which drops the value it holds, comes with the
-// variant run-time; so does the raise of OutOfMemoryException that a
-// failed variant lookup makes, and until then it reports like the others.
-RuntimeClass* VariantLookup() {
-  return LookUpLibraryClass("Variant", false, kVariantInstanceSize, InitializeVariant, nullptr);
-}
-
-RuntimeClass* RuntimeExceptionLookup() { return LookUpException("RuntimeException"); }
-RuntimeClass* OutOfMemoryExceptionLookup() { return LookUpException("OutOfMemoryException"); }
-RuntimeClass* NilObjectExceptionLookup() { return LookUpException("NilObjectException"); }
-RuntimeClass* IllegalCastExceptionLookup() { return LookUpException("IllegalCastException"); }
-RuntimeClass* TypeMismatchExceptionLookup() { return LookUpException("TypeMismatchException"); }
-RuntimeClass* OutOfBoundsExceptionLookup() { return LookUpException("OutOfBoundsException"); }
-RuntimeClass* StackOverflowExceptionLookup() { return LookUpException("StackOverflowException"); }
+RuntimeClass* VariantLookup() { return LookUpLibraryClass(kLibraryVariant); }
+RuntimeClass* RuntimeExceptionLookup() { return LookUpLibraryClass(kLibraryRuntimeException); }
+RuntimeClass* OutOfMemoryExceptionLookup() { return LookUpLibraryClass(kLibraryOutOfMemoryException); }
+RuntimeClass* NilObjectExceptionLookup() { return LookUpLibraryClass(kLibraryNilObjectException); }
+RuntimeClass* IllegalCastExceptionLookup() { return LookUpLibraryClass(kLibraryIllegalCastException); }
+RuntimeClass* TypeMismatchExceptionLookup() { return LookUpLibraryClass(kLibraryTypeMismatchException); }
+RuntimeClass* OutOfBoundsExceptionLookup() { return LookUpLibraryClass(kLibraryOutOfBoundsException); }
+RuntimeClass* StackOverflowExceptionLookup() { return LookUpLibraryClass(kLibraryStackOverflowException); }
 
 // ---------------------------------------------------------------------------
 // Functions with nothing to do

@@ -37,13 +37,15 @@ extern "C" {
 // Asks whoever runs the script; the empty string without anyone to ask.
 stringStorage* Input(stringStorage* prompt);
 void Print(stringStorage* text);
-// What every script's main function calls first.
+// What every script's main function calls first: makes the exception
+// classes that the run-time raises by itself.
 void RuntimeInit();
 // Lets the host run other scripts: keeps this run's correspondent and classes.
 void RuntimeYield();
 void UnhandledException(RuntimeObject* exception);
 
-// The library's classes: found on the run's class list, made on first use.
+// The library's classes: made on first use and kept by the run (not found
+// by name); null after a failure, which has been reported.
 RuntimeClass* VariantLookup();
 RuntimeClass* RuntimeExceptionLookup();
 RuntimeClass* OutOfMemoryExceptionLookup();

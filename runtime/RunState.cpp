@@ -3,7 +3,20 @@
 #include "foundation/String.h"
 #include "runtime/RuntimeObjectFoundation.h"
 
-static KvScriptCorrespondent* sCorrespondent = nullptr;
+namespace {
+
+// The run's words but for the class list, which keeps its own global name.
+struct RunWords {
+  KvScriptCorrespondent* correspondent;
+  RuntimeVtableBlock* vtables;
+  RuntimeAbortPoint* abortPoint;
+  RuntimeClass* libraryClasses[kLibraryClassCount];
+};
+
+RunWords sRun = {};
+
+}  // namespace
+
 RuntimeClass* mClassList = nullptr;
 
 void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
@@ -12,32 +25,49 @@ char* KvScriptCorrespondent::Input(char const*, unsigned long, unsigned long*) {
 void KvScriptCorrespondent::ScriptYield() {}
 
 void InitKvScriptRuntime() {
-  sCorrespondent = nullptr;
+  sRun = RunWords{};
   mClassList = nullptr;
 }
 
 void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent) {
-  sCorrespondent = correspondent;
+  sRun.correspondent = correspondent;
 }
 
-KvScriptCorrespondent* GetRuntimeCorrespondent() { return sCorrespondent; }
+KvScriptCorrespondent* GetRuntimeCorrespondent() { return sRun.correspondent; }
 
 void ExitKvScriptRuntime() {
   while (RuntimeClass* c = mClassList) {
     mClassList = c->mNext;
+    ReleaseClassTableNames(c);
     if (c->mName) {
       stringStorage::RemoveReference(c->mName);
       c->mName = nullptr;
     }
     FreeRuntimeClass(c);
   }
+  FreeRunVtables();
+  for (RuntimeClass*& c : sRun.libraryClasses) c = nullptr;
 }
 
-RunState CurrentRunState() { return RunState{sCorrespondent, mClassList}; }
+RuntimeVtableBlock* GetRunVtables() { return sRun.vtables; }
+void SetRunVtables(RuntimeVtableBlock* vtables) { sRun.vtables = vtables; }
+RuntimeAbortPoint* GetRunAbortPoint() { return sRun.abortPoint; }
+void SetRunAbortPoint(RuntimeAbortPoint* point) { sRun.abortPoint = point; }
+RuntimeClass* GetLibraryClass(LibraryClass which) { return sRun.libraryClasses[which]; }
+void SetLibraryClass(LibraryClass which, RuntimeClass* c) { sRun.libraryClasses[which] = c; }
+
+RunState CurrentRunState() {
+  RunState state = {sRun.correspondent, mClassList, sRun.vtables, sRun.abortPoint, {}};
+  for (int i = 0; i < kLibraryClassCount; ++i) state.libraryClasses[i] = sRun.libraryClasses[i];
+  return state;
+}
 
 void RestoreRunState(RunState const& state) {
-  sCorrespondent = state.correspondent;
+  sRun.correspondent = state.correspondent;
   mClassList = state.classes;
+  sRun.vtables = state.vtables;
+  sRun.abortPoint = state.abortPoint;
+  for (int i = 0; i < kLibraryClassCount; ++i) sRun.libraryClasses[i] = state.libraryClasses[i];
 }
 
 RunStateScope::RunStateScope(KvScriptCorrespondent* correspondent) : mOuter(CurrentRunState()) {

@@ -1,21 +1,42 @@
 // The run state: what the run-time library knows of the script now running.
-// Two words, shared by the linked image's Run and the library's entries:
-// who hears the script (the correspondent: print, input, errors, yield) and
-// the head of the list of classes the run has built (mClassList, declared
-// with the class records in runtime/RuntimeObjectFoundation.h).
+// Shared by the linked image's Run and the library's entries: who hears the
+// script (the correspondent: print, input, errors, yield), the head of the
+// list of classes the run has built (mClassList, declared with the class
+// records in runtime/RuntimeObjectFoundation.h), the interface vtables it
+// has made, the library's classes it has made, and the point a run that
+// cannot go on returns to (runtime/RunAbort.h).
 //
 // Invariants:
-// - Both words describe the innermost run on the stack. A run begins inside
+// - The words describe the innermost run on the stack. A run begins inside
 //   a RunStateScope, which sets the outer run's words aside and gives them
 //   back when the run ends, so a script run from another script's event
-//   handler leaves the outer one hearing its own correspondent and owning
-//   its own classes.
-// - Between runs the correspondent is null and the class list empty.
+//   handler leaves the outer one hearing its own correspondent, owning its
+//   own classes and returning to its own abort point.
+// - Between runs every word is null and the lists are empty.
+// - A library class record, once made, is also on the class list; the
+//   class list owns it and Exit forgets it with the rest.
 // - The words are process-wide: one thread uses the engine (see
 //   engine/KVScriptInterface.h).
 #pragma once
 
 struct RuntimeClass;
+struct RuntimeVtableBlock;
+struct RuntimeAbortPoint;
+
+// The library's classes, which a run makes on first use and keeps by slot
+// rather than by name, so that a script class of the same name is never
+// taken for one of them.
+enum LibraryClass {
+  kLibraryVariant,
+  kLibraryRuntimeException,
+  kLibraryOutOfMemoryException,
+  kLibraryNilObjectException,
+  kLibraryIllegalCastException,
+  kLibraryTypeMismatchException,
+  kLibraryOutOfBoundsException,
+  kLibraryStackOverflowException,
+  kLibraryClassCount
+};
 
 // What the run-time library reports through ScriptError. Only these values
 // mean anything; others may arrive and are treated like any other error.
@@ -44,26 +65,38 @@ protected:
   ~KvScriptCorrespondent() = default;
 };
 
-// Clears both words, letting go of the list without freeing it.
+// Clears every word, letting go of the lists without freeing them.
 void InitKvScriptRuntime();
 void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent);
 KvScriptCorrespondent* GetRuntimeCorrespondent();
-// Frees every class of the run, head first, releasing each name. Safe to
-// call twice: the second pass finds the list empty. Generated code calls it
-// as "RuntimeExit" at the end of a script's main program.
+// Frees every class of the run, head first, releasing its name and the
+// names its tables hold, then the run's interface vtables, and forgets the
+// library classes. The correspondent and the abort point stay. Safe to call
+// twice: the second pass finds the lists empty. Generated code calls it as
+// "RuntimeExit" at the end of a script's main program.
 void ExitKvScriptRuntime();
 
-// Both words, as a value to set aside and put back.
+RuntimeVtableBlock* GetRunVtables();
+void SetRunVtables(RuntimeVtableBlock* vtables);
+RuntimeAbortPoint* GetRunAbortPoint();
+void SetRunAbortPoint(RuntimeAbortPoint* point);
+RuntimeClass* GetLibraryClass(LibraryClass which);
+void SetLibraryClass(LibraryClass which, RuntimeClass* c);
+
+// Every word, as a value to set aside and put back.
 struct RunState {
   KvScriptCorrespondent* correspondent;
   RuntimeClass* classes;
+  RuntimeVtableBlock* vtables;
+  RuntimeAbortPoint* abortPoint;
+  RuntimeClass* libraryClasses[kLibraryClassCount];
 };
 RunState CurrentRunState();
 void RestoreRunState(RunState const& state);
 
-// One run's hold on the run state: opens with `correspondent` and an empty
-// class list, and on leaving frees the classes the run built and gives the
-// outer run's words back.
+// One run's hold on the run state: opens with `correspondent` and empty
+// lists, and on leaving frees the classes and vtables the run built and
+// gives the outer run's words back.
 class RunStateScope {
 public:
   explicit RunStateScope(KvScriptCorrespondent* correspondent);
