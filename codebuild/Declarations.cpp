@@ -4,6 +4,7 @@
 #include "codebuild/Conversions.h"
 #include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
+#include "codebuild/Statements.h"
 #include "diag/CompileError.h"
 #include "frontend/SrcContext.h"
 #include "semantic/DeclarationTable.h"
@@ -34,7 +35,9 @@ Ref<SemBase> CompileDeclaration(Ref<SemBase> names, Ref<SemBase> type, Ref<SemBa
     }
   }
   declarePending();
-  return TraceRoutine("CompileDeclaration", result, {names, type, given});
+  // As after any statement, what the initialiser's temporaries hold goes
+  // now: an object made here lives as long as its variable, not its method.
+  return TraceRoutine("CompileDeclaration", FilterTemporaryVariables(result), {names, type, given});
 }
 
 Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimensions, Ref<SemBase> type,
