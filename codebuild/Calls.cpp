@@ -25,6 +25,12 @@ struct ParameterCounts {
   int missingArguments = 0;
 };
 
+// Where a method's entry stands in its table: method, interface and event
+// tables alike.
+TacAddr const* SlotOffset(FunctionDeclaration const* method) {
+  return CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry));
+}
+
 bool IsParamArray(ParameterDeclaration const* p) {
   return p->GetDesignator() == ParameterDeclaration::kDesignatorParamArray;
 }
@@ -103,7 +109,7 @@ void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
     code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeLookupInterfaceVtable), nilTacAddr,
                   table->GetAddr());
     Ref<SemBase> entry = code->NewTemp(IRDataType(kTypeReference), nullptr);
-    code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
+    code->AddLine(tac_PeekI, table->GetAddr(), SlotOffset(method),
                   entry->GetAddr());
     // A slot that no method fills is 0: a script error, never a jump there.
     TacAddr const* filled = NewLabel();
@@ -122,7 +128,7 @@ void CallVtable(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* d
   code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral((long)kObjectVtableOffset), table->GetAddr());
   PushAllArguments(method, args, code);
   Ref<SemBase> entry = code->NewTemp(IRDataType(kTypeReference), nullptr);
-  code->AddLine(tac_PeekI, table->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
+  code->AddLine(tac_PeekI, table->GetAddr(), SlotOffset(method),
                 entry->GetAddr());
   code->AddLine(tac_CallPtr, entry->GetAddr(), nilTacAddr, dest);
 }
@@ -135,7 +141,7 @@ void CallEvent(FunctionDeclaration* method, Ref<SemBase> args, TacAddr const* de
   Ref<SemBase> events = code->NewTemp(IRDataType(kTypeReference), nullptr);
   code->AddLine(tac_PeekI, self->GetAddr(), CurrentTLP()->GetLiteral((long)kObjectEventTableOffset),
                 events->GetAddr());
-  code->AddLine(tac_PeekI, events->GetAddr(), CurrentTLP()->GetLiteral((long)method->GetDispatchID() * (long)sizeof(RuntimeMethodEntry)),
+  code->AddLine(tac_PeekI, events->GetAddr(), SlotOffset(method),
                 handler->GetAddr());
   TacAddr const* skip = NewLabel();
   // An unhandled event with a result gives the type's zero, not whatever

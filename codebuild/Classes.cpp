@@ -189,7 +189,8 @@ Ref<SemBase> CreatePropertyStorageReference(Ref<SemBase> object, PropertyDeclara
     code->AddLine(tac_PeekO, base->GetAddr(), nilTacAddr, handle->GetAddr());
     base = handle;
   }
-  code->AddLine(tac_AddI, base->GetAddr(), Lit((long)property->GetOffset() + kRuntimeObjectHeaderSize), code->GetAddr());
+  TacAddr const* offset = Lit((long)property->GetOffset() + kRuntimeObjectHeaderSize);
+  code->AddLine(tac_AddI, base->GetAddr(), offset, code->GetAddr());
   return code;
 }
 

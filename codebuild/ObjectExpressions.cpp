@@ -354,7 +354,8 @@ Ref<SemBase> EmitClassReference(Ref<SemBase> identifier) {
 }  // namespace
 
 Ref<SemBase> CompileNew(Ref<SemBase> classIdentifier, Ref<SemBase> args, bool callConstructor) {
-  return TraceRoutine("CompileNew", EmitNew(classIdentifier, args, callConstructor), {classIdentifier, args}, {callConstructor ? 1 : 0});
+  return TraceRoutine("CompileNew", EmitNew(classIdentifier, args, callConstructor), {classIdentifier, args},
+                      {callConstructor ? 1 : 0});
 }
 
 Ref<SemBase> CompileIsA(Ref<SemBase> value, Ref<SemBase> classIdentifier) {
