@@ -4,6 +4,7 @@
 #include "codebuild/Calls.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Declarations.h"
+#include "codebuild/Exceptions.h"
 #include "codebuild/NameLookup.h"
 #include "codebuild/Placeholders.h"
 #include "codebuild/Statements.h"
@@ -148,10 +149,6 @@ Ref<SemBase> CompileFunctionProlog(Ref<SemBase> table, Ref<SemBase> parameters) 
   return code;
 }
 
-// Exception handlers come with Try; until then a method's default handler
-// adds nothing.
-Ref<SemBase> MakeDefaultExceptionHandler(Ref<SemBase> tail) { return tail; }
-
 // The method the miner declared under the mangled name `mangled`, found
 // among the overloads of its base name: a search of every method of a
 // module for each method compiled would make compile time grow with the
@@ -280,6 +277,12 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
       parameters = ConcatList(selfName, parameters);
     }
   }
+  // The default handler's variable, made before the prolog so that the
+  // prolog clears it: the handler may be entered from anywhere.
+  Ref<SemBase> caught = code->NewTemp(IRDataType(kTypeObject), nullptr);
+  // The handler releases it itself, after passing the exception on.
+  SimpleVector<SymbolID>* temps = code->Temporaries();
+  (*temps)[temps->size() - 1].Entry()->finalizationAllowed = false;
   code->Append(CompileFunctionProlog(table, parameters));
   if (self)
     code->AddLine(tac_Baseref, self->GetAddr(), CurrentTLP()->GetLiteral((long)kRuntimeObjectHeaderSize), nilTacAddr);
@@ -294,7 +297,7 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
   FinalizeSymbols(symbols, tail);
   if (gContext->options.autoWaitCursorDisabled)
     tail->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicEnableAutoWaitCursor), nilTacAddr, nilTacAddr);
-  tail = CompileDebugEntry(MakeDefaultExceptionHandler(tail));
+  tail = CompileDebugEntry(MakeDefaultExceptionHandler(tail, caught));
   code->Append(tail);
   code->AddLine(tac_Return, nilTacAddr, nilTacAddr, nilTacAddr);
   gContext->currentFunction = nullptr;

@@ -4,6 +4,7 @@
 #include "codebuild/Calls.h"
 #include "codebuild/Classes.h"
 #include "codebuild/Conversions.h"
+#include "codebuild/Exceptions.h"
 #include "codebuild/Expressions.h"
 #include "codebuild/ObjectExpressions.h"
 #include "codebuild/Placeholders.h"
@@ -377,6 +378,11 @@ Ref<SemBase> LookupInScopes(Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> v
       if (chosen) return CompileCall(chosen, args);
       Keep(err, reason ? reason : ArgumentTypeMismatch);
       isAccess = true;
+    }
+  }
+  if (!gContext->currentFunction) {
+    if (Ref<SemBase> caught = FindCatchVariable(text)) {
+      if (Ref<SemBase> r = AccessStorage(caught, args, value, mode, err)) return r;
     }
   }
   if (gContext->inClass && gContext->currentClass) {

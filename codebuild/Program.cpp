@@ -2,6 +2,7 @@
 
 #include "ir/LabelUtilities.h"
 #include "codebuild/Assignments.h"
+#include "codebuild/Exceptions.h"
 #include "codebuild/Placeholders.h"
 #include "frontend/SrcContext.h"
 #include "frontend/Lexer.h"
@@ -63,6 +64,10 @@ Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) 
   program->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeInit), nilTacAddr, nilTacAddr);
   if (declarations) AppendDeclarations(program, declarations, false);
   AppendMainStatements(program, statements);
+  // An exception that nothing caught ends the statements here; what the
+  // program holds is released all the same.
+  Ref<SemBase> caught = program->NewTemp(IRDataType(kTypeObject), nullptr);
+  program->Append(MakeUnhandledExceptionHandler(caught));
   FinalizeSymbols(CurrentSymbolTableList()->GetGlobalTable(), program);
   StringMap<int> released;
   ReleaseModuleProperties(gContext->rootModule, program, released, 0);

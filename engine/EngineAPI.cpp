@@ -5,6 +5,7 @@
 #include "foundation/TextEncodingUtil.h"
 #include "foundation/Utility.h"
 #include "diag/CompileError.h"
+#include "runtime/RunAbort.h"
 
 char const* CompileErrorNameOf(long errorNumber) {
   return CompileErrorName((CompileErrorCode)errorNumber);
@@ -23,6 +24,8 @@ bool KvScriptHasLinkedCode(VELDobjectStruct* script) {
   KVInterpreter* interpreter = InterpreterOf(script);
   return interpreter && interpreter->Code() != nullptr;
 }
+
+char const* KvScriptUnhandledExceptionClass() { return UnhandledExceptionClassName(); }
 
 void WarmUpSharedValues() {
   // Whatever a script may touch at compile time: the pragma table, a

@@ -42,6 +42,10 @@ bool KvScriptListing(VELDobjectStruct* script, string* listing);
 
 // True when the KvScript object (or null) holds linked code, ready to run.
 bool KvScriptHasLinkedCode(VELDobjectStruct* script);
+// While a RuntimeError event is being delivered for an unhandled script
+// exception: the name of the exception's own class (a script's class that
+// the host cannot know, such as `Fatal`, included); null otherwise.
+char const* KvScriptUnhandledExceptionClass();
 
 // A leak check compares the counted bytes before and after a run. The first
 // compile of a process makes values that every later one shares and that

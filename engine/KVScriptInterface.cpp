@@ -471,6 +471,7 @@ void KVInterpreter::RuntimeError(RuntimeErrorCode code, unsigned long line) {
     handler(mOwner, (long)line, error);
     VELDUnlockObject(error);
   }
+  if (mOwner) KvScriptDataOf(mOwner)->CurrentLineNumber = (long)line;
   SetOwnerState(ScriptStateError);
 }
 

@@ -61,6 +61,13 @@ public:
   // The exit label of each open loop.
   SimpleVector<TacAddr const*> exitTargets;
   PropertyDeclaration* currentProperty = nullptr;
+  // The variables of exception handlers, in the order declared. A handler
+  // may name the variable of an earlier one: it gets a fresh one of its
+  // own type, and the earlier is retired from lookup. In the main program
+  // they are statics, which name lookup finds through this list.
+  SimpleVector<SymbolID> catchVariables;
+  // Their names as written (a static's own name is made unique).
+  SimpleVector<string> catchNames;
   // The module current outside each open `Module` (null: none), innermost
   // last, so that `End Module` gives the enclosing one back.
   SimpleVector<ModuleDeclaration*> moduleStack;

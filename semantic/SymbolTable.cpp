@@ -119,6 +119,14 @@ bool SymbolTable::Lookup(string symbolName, Ref<SymbolTable>* foundIn, SymbolID*
   return parent->Lookup(symbolName, foundIn, symbol);
 }
 
+// A name no identifier can spell, so no lookup finds the entry again; the
+// index is built anew, as it is keyed by names.
+void SymbolTable::Retire(SymbolID symbol) {
+  if (symbol.IsNull() || !Contains(symbol)) return;
+  symbol.Entry()->name = symbol.Entry()->name + string("#retired");
+  if (index) ResizeIndex(indexSize);
+}
+
 bool SymbolTable::Contains(SymbolID symbol) const {
   SimpleVector<SymbolID> const& all = symbols;
   for (unsigned long i = 0; i < all.size(); ++i)

@@ -73,6 +73,10 @@ public:
   // null. `foundIn` is written only when the search moves to a parent, so a
   // caller who wants the table of the hit presets it to this table.
   bool Lookup(string name, Ref<SymbolTable>* foundIn, SymbolID* symbol);
+  // Makes `symbol`, an entry of this table, unreachable by name: a later
+  // entry of the same name takes its place for lookups. The entry keeps its
+  // storage and is still initialised and finalised with the table's others.
+  void Retire(SymbolID symbol);
   // By identity, in this table alone.
   bool Contains(SymbolID symbol) const;
   void ResizeIndex(int newSize);

@@ -186,10 +186,14 @@ void OnCompilerError(VELDobjectStruct*, long line, long errorNumber, VELDstringS
           name ? name : "UnknownError");
 }
 
-void OnRuntimeError(VELDobjectStruct*, long, VELDobjectStruct* error) {
+// FILE:LINE: runtime error: unhandled CLASS, the line of the raise counted
+// from 1 as in compile errors.
+void OnRuntimeError(VELDobjectStruct*, long line, VELDobjectStruct* error) {
   sRuntimeError = true;
-  char const* name = error ? StandInClassName(error) : nullptr;
-  fprintf(stderr, "%s: runtime error: unhandled %s\n", sScriptName.c_str(),
+  // The script's own class, which the host may not know; else the host's.
+  char const* name = KvScriptUnhandledExceptionClass();
+  if (!name && error) name = StandInClassName(error);
+  fprintf(stderr, "%s:%ld: runtime error: unhandled %s\n", sScriptName.c_str(), line + 1,
           name ? name : "exception");
 }
 

@@ -4,7 +4,7 @@
 # with what the script itself says it expects:
 #   ' expect: TEXT                 this line prints TEXT (in order, one per marker)
 #   ' expect error NAME [NAME...]  these compile errors are reported on this line, in order
-#   ' expect runtime error CLASS   the run ends in an unhandled CLASS exception
+#   ' expect runtime error CLASS   the run ends in an unhandled CLASS exception raised on this line
 # A script with error markers must exit 1 and print nothing; one with a
 # runtime error marker must print what it expects, then exit 2 and name the
 # class on standard error; any other must exit 0. A case.expect file beside a
@@ -39,7 +39,7 @@ check_script() {
   local expected_raise
   expected_raise=$(awk -v f="$rel" '
     match($0, /'"'"' expect runtime error [A-Za-z]+/) {
-      print f ": runtime error: unhandled " substr($0, RSTART + 23, RLENGTH - 23) }' "$file")
+      print f ":" NR ": runtime error: unhandled " substr($0, RSTART + 23, RLENGTH - 23) }' "$file")
   local actual_err
   actual_err=$(sed -E 's/^([^:]+:[0-9]+): error [0-9]+: (.*)$/\1: \2/' "$err" | grep -v '^kvscript: ')
   if [ -n "$expected_raise" ]; then
@@ -68,7 +68,7 @@ $(cat "$out")"
   fi
   # Every error line has the contract's form.
   if grep -v '^kvscript: ' "$err" |
-      grep -qvE '^[^:]+(:[0-9]+: error [0-9]+:|: runtime error: unhandled) [A-Za-z]+$'; then
+      grep -qvE '^[^:]+:[0-9]+: (error [0-9]+:|runtime error: unhandled) [A-Za-z]+$'; then
     fail "$rel" "an error line out of format: $(cat "$err")"
   fi
   rm -f "$out" "$err"
