@@ -66,8 +66,10 @@ Ref<SemBase> CompileProgram(Ref<SemBase> declarations, Ref<SemBase> statements) 
   AppendMainStatements(program, statements);
   // An exception that nothing caught ends the statements here; what the
   // program holds is released all the same.
-  Ref<SemBase> caught = program->NewTemp(IRDataType(kTypeObject), nullptr);
-  program->Append(MakeUnhandledExceptionHandler(caught));
+  if (declarations || statements) {
+    Ref<SemBase> caught = program->NewTemp(IRDataType(kTypeObject), nullptr);
+    program->Append(MakeUnhandledExceptionHandler(caught));
+  }
   FinalizeSymbols(CurrentSymbolTableList()->GetGlobalTable(), program);
   StringMap<int> released;
   ReleaseModuleProperties(gContext->rootModule, program, released, 0);

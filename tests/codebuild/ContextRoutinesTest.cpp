@@ -42,6 +42,7 @@ protected:
       if (mContext->tables->GetTable(i)->storageClass != LocalStorage) continue;
       while (it.Next()) {
         SymbolID s = it.Value();
+        if (!s.UserVisible()) continue;  // the temporaries of the method's own code
         IRDataType type = s.GetType();
         std::string dims = type.GetMainType() == kTypeArray ? std::to_string(type.GetDimensions()) : "";
         text += (text.empty() ? "" : " ") + Text(s.Name()) + ":" + type.ToString().CString() + dims + "@" +
@@ -204,7 +205,10 @@ TEST_F(Context, ProgramLaysOutMainThenMethods) {
   while (end && !(end->opcode == tac_Label && end->a->type.GetMainType() == kTypeInteger)) end = end->next;
   ASSERT_NE(end, nullptr);
   EXPECT_EQ(Listing(program, end->a),
-            "Intrn 1 - -; Store 1 - -; Jump - - END; Jump - - END; Label END - -; Intrn 2 - $; Rval $ - -; "
+            "Intrn 1 - -; Store 1 - -; Jump - - END; Jump - - END; Label END - -; "
+            // The catch-all, in front of the global finalisation.
+            "Store 0 - $; Catch $ - -; IfEQi $ 0 2; PutP $ - -; Call \"RuntimeUnhandledException\" - -; "
+            "Unlck $ - -; Label 2 - -; Unlck $ - -; Intrn 2 - $; Rval $ - -; "
             "Stop - - -; Label \"f%%\" - -; Retrn - - -");
   EXPECT_EQ(end->next->c, end->next->next->a) << "the exit status is one temporary";
   EXPECT_EQ(Listing(CompileProgram(Ref<SemBase>(), Ref<SemBase>())), "Intrn 1 - -; Intrn 2 - $; Rval $ - -; Stop - - -");
