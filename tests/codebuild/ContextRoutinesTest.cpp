@@ -211,6 +211,7 @@ TEST_F(Context, ProgramLaysOutMainThenMethods) {
             "Unlck $ - -; Label 2 - -; Unlck $ - -; Intrn 2 - $; Rval $ - -; "
             "Stop - - -; Label \"f%%\" - -; Retrn - - -");
   EXPECT_EQ(end->next->c, end->next->next->a) << "the exit status is one temporary";
+  ResetSymbolTables();  // the first program's globals would be released too
   EXPECT_EQ(Listing(CompileProgram(Ref<SemBase>(), Ref<SemBase>())), "Intrn 1 - -; Intrn 2 - $; Rval $ - -; Stop - - -");
 }
 
