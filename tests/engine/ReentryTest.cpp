@@ -348,4 +348,34 @@ TEST_F(TwoScripts, ACompileInsideAnotherLeavesTheOuterOneAsItWas) {
   EXPECT_EQ(3u, sReports.size());
 }
 
+// a's Print handler runs b, whose exception no handler of b takes: b's run
+// ends with its own RuntimeError, and a's exception is caught by a's Try.
+std::vector<std::string> sEvents;
+void OnPrintRunsB(VELDobjectStruct* object, VELDstringStruct* msg) {
+  std::string text(VELDstringStruct::CString(msg), (size_t)VELDstringStruct::Length(msg));
+  sEvents.push_back((object == sOuter ? "a: " : "b: ") + text);
+  if (object == sOuter && text == "go") StandInCallMethod(sInner, "Run");
+}
+void OnRuntimeErrorNoted(VELDobjectStruct* object, long line, VELDobjectStruct* error) {
+  sEvents.push_back(std::string(object == sOuter ? "a" : "b") + " unhandled " + StandInClassName(error) +
+                    " on " + std::to_string(line));
+}
+
+TEST_F(TwoScripts, ARunInsideAHandlerKeepsItsExceptionsApart) {
+  sOuter = a;
+  sInner = b;
+  sEvents.clear();
+  for (VELDobjectStruct* object : {a, b}) {
+    ASSERT_TRUE(StandInSetEventHandler(object, "Print", reinterpret_cast<void*>(&OnPrintRunsB)));
+    ASSERT_TRUE(StandInSetEventHandler(object, "RuntimeError", reinterpret_cast<void*>(&OnRuntimeErrorNoted)));
+  }
+  SetSourceProperty(a, "Try\nPrint \"go\"\nRaise New RuntimeException\nCatch e\nPrint \"a caught\"\nEnd Try\n");
+  SetSourceProperty(b, "Print \"b runs\"\nRaise New NilObjectException\nPrint \"never\"\n");
+  ASSERT_TRUE(StandInCallMethod(a, "Run"));
+  EXPECT_EQ((std::vector<std::string>{"a: go", "b: b runs", "b unhandled NilObjectException on 1", "a: a caught"}),
+            sEvents);
+  EXPECT_EQ(ScriptStateComplete, StateOf(a));
+  EXPECT_EQ(ScriptStateError, StateOf(b));
+}
+
 }  // namespace
