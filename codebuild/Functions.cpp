@@ -283,7 +283,12 @@ Ref<SemBase> CompileEndFunction(Ref<SemBase> name, Ref<SemBase> table, Ref<SemBa
   // The handler releases it itself, after passing the exception on.
   SimpleVector<SymbolID>* temps = code->Temporaries();
   (*temps)[temps->size() - 1].Entry()->finalizationAllowed = false;
-  code->Append(CompileFunctionProlog(table, parameters));
+  Ref<SemBase> prolog = CompileFunctionProlog(table, parameters);
+  // The prolog belongs to the method's first line: a stack overflow found
+  // on the way in is reported there.
+  for (TacLine* l = prolog->Code() ? prolog->Code()->first : nullptr; l; l = l->next)
+    l->line = name ? name->Location().startLine : l->line;
+  code->Append(prolog);
   if (self)
     code->AddLine(tac_Baseref, self->GetAddr(), CurrentTLP()->GetLiteral((long)kRuntimeObjectHeaderSize), nilTacAddr);
   if (body) code->Append(body);
