@@ -348,8 +348,9 @@ TEST_F(TwoScripts, ACompileInsideAnotherLeavesTheOuterOneAsItWas) {
   EXPECT_EQ(3u, sReports.size());
 }
 
-// a's Print handler runs b, whose exception no handler of b takes: b's run
-// ends with its own RuntimeError, and a's exception is caught by a's Try.
+// From inside a's exception handler, a's Print event runs b, whose
+// exception no handler of b takes: b's run ends with its own RuntimeError,
+// and a goes on in its handler.
 std::vector<std::string> sEvents;
 void OnPrintRunsB(VELDobjectStruct* object, VELDstringStruct* msg) {
   std::string text(VELDstringStruct::CString(msg), (size_t)VELDstringStruct::Length(msg));
@@ -369,10 +370,10 @@ TEST_F(TwoScripts, ARunInsideAHandlerKeepsItsExceptionsApart) {
     ASSERT_TRUE(StandInSetEventHandler(object, "Print", reinterpret_cast<void*>(&OnPrintRunsB)));
     ASSERT_TRUE(StandInSetEventHandler(object, "RuntimeError", reinterpret_cast<void*>(&OnRuntimeErrorNoted)));
   }
-  SetSourceProperty(a, "Try\nPrint \"go\"\nRaise New RuntimeException\nCatch e\nPrint \"a caught\"\nEnd Try\n");
+  SetSourceProperty(a, "Try\nRaise New RuntimeException\nCatch e\nPrint \"go\"\nPrint \"a handles on\"\nEnd Try\n");
   SetSourceProperty(b, "Print \"b runs\"\nRaise New NilObjectException\nPrint \"never\"\n");
   ASSERT_TRUE(StandInCallMethod(a, "Run"));
-  EXPECT_EQ((std::vector<std::string>{"a: go", "b: b runs", "b unhandled NilObjectException on 1", "a: a caught"}),
+  EXPECT_EQ((std::vector<std::string>{"a: go", "b: b runs", "b unhandled NilObjectException on 1", "a: a handles on"}),
             sEvents);
   EXPECT_EQ(ScriptStateComplete, StateOf(a));
   EXPECT_EQ(ScriptStateError, StateOf(b));
