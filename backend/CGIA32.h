@@ -268,6 +268,8 @@ private:
   void CallRuntime(int intrinsic, int blockBytes);
   void LockFamily(TacLine const& line, int stringCall, int objectCall, int arrayCall);
   void StoreZero(TacAddr const* addr);
+  // Stores 0 into a counted variable with no register outside `keep` taken.
+  void ClearVariable(TacAddr const* addr, int keep);
   // An object's count, changed in place; `r` holds the object, `c` is a
   // scratch register. The unlock calls the library only when the count is
   // about to reach 0, and leaves nothing known of the registers.
@@ -275,7 +277,6 @@ private:
   void UnlockObjectInline(int r, int c);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
-  void WriteMarkerBlock(uint32_t marker);
   void WriteProlog(int reserve);
   void CopyParameters();
   void WriteEpilog(int reserve);

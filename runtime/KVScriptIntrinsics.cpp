@@ -6,6 +6,7 @@
 #include "runtime/ColorFunctions.h"
 #include "runtime/MathRuntime.h"
 #include "runtime/RunAbort.h"
+#include "runtime/RuntimeExceptionFoundation.h"
 #include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/RuntimeStringFoundation.h"
@@ -43,10 +44,15 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {IntrinsicFunctionName(kIntrinsicRuntimeUnlockString), Entry(&RuntimeUnlockString)},
       {IntrinsicFunctionName(kIntrinsicRuntimeLockUnlockStrings), Entry(&RuntimeLockUnlockStrings)},
       {IntrinsicFunctionName(kIntrinsicVELDYieldToKV), Entry(&RuntimeYield)},
-      {IntrinsicFunctionName(kIntrinsicRuntimeCheckStack), Entry(&RuntimeStackCheck)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeCheckStack), Entry(&RuntimeCheckStack)},
+      {kStackLimitName, Entry(&gRuntimeStackLimit)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeRaiseException), Entry(&RuntimeRaiseException)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeReraiseException), Entry(&RuntimeReraiseException)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeUnhandledException), Entry(&RuntimeUnhandledException)},
+      {kTakeExceptionName, Entry(&RuntimeTakeException)},
       {IntrinsicFunctionName(kIntrinsicDisableAutoWaitCursor), Entry(&DisableAutoWaitCursor)},
       {IntrinsicFunctionName(kIntrinsicEnableAutoWaitCursor), Entry(&EnableAutoWaitCursor)},
-      {"RuntimeStackCheck", Entry(&RuntimeStackCheck)},
+      {"RuntimeStackCheck", Entry(&RuntimeCheckStack)},
       {IntrinsicFunctionName(kIntrinsicRuntimeDebugEntry), Entry(&RuntimeDebugEntry)},
       {IntrinsicFunctionName(kIntrinsicStringToPString), Entry(&StringToPString)},
       {IntrinsicFunctionName(kIntrinsicStringToCString), Entry(&StringToCString)},
@@ -117,11 +123,12 @@ void RuntimeInit() {
   NilObjectExceptionLookup();
   IllegalCastExceptionLookup();
   OutOfBoundsExceptionLookup();
+  StackOverflowExceptionLookup();
 }
 
 void UnhandledException(RuntimeObject*) {
   if (KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent())
-    correspondent->ScriptError(kRuntimeErrorUnhandledException, 0);
+    correspondent->ScriptError(kRuntimeErrorUnhandledException, RaiseLine());
 }
 
 void RuntimeYield() {
@@ -202,7 +209,6 @@ RuntimeClass* StackOverflowExceptionLookup() { return LookUpLibraryClass(kLibrar
 // ---------------------------------------------------------------------------
 // Functions with nothing to do
 
-void RuntimeStackCheck() {}
 void RuntimeDebugEntry() {}
 void DisableAutoWaitCursor() {}
 void EnableAutoWaitCursor() {}
