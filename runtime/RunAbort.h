@@ -107,6 +107,10 @@ extern uintptr_t gRuntimeStackLimit;
 // exception tells the monitor and records the raise line.
 void RuntimeRaiseException(RuntimeObject* exception);
 // The same from a handler passing the exception on: no monitor, no line.
+// The caller keeps its reference here too. Where the next handler lies in a
+// calling function, the re-raising function runs on to its return, which
+// leads into that handler; what follows the call (the release of the
+// handler's variable) still runs.
 void RuntimeReraiseException(RuntimeObject* exception);
 // What a resume point calls: the exception in flight, whose reference
 // passes to the caller; null if none.
