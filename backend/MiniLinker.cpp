@@ -61,7 +61,7 @@ RunReadyCode::~RunReadyCode() {
   delete[] data;
 }
 
-void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
+void RunReadyCode::Run(KvScriptCorrespondent* correspondent, uintptr_t stackLimit) {
   KV_ASSERT(!mRunning);
   mRunning = true;
   char* saved = new char[dataLength > 0 ? dataLength : 0];
@@ -71,7 +71,7 @@ void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
     // A run that ends early has told the correspondent why already.
     if (image && image->Sealed() && image->Address())
       RunScriptCode(reinterpret_cast<void (*)()>(image->Address()), &handlers, image->Address(),
-                    image->Length());
+                    image->Length(), stackLimit);
   }
   if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
   delete[] saved;

@@ -115,7 +115,8 @@ public:
   // caller keeps the image alive until Run returns, whatever the script's
   // call-outs do. Not re-entrant: an overlapping run of one image would put
   // its data back under the other (check builds stop there).
-  void Run(KvScriptCorrespondent* correspondent);
+  // `stackLimit`: the host's lowest stack address for the script, or 0.
+  void Run(KvScriptCorrespondent* correspondent, uintptr_t stackLimit = 0);
 
   // Where the code runs from; null for an image without executable code.
   char* CodeAddress() const { return image ? image->Address() : nullptr; }

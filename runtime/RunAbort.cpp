@@ -118,9 +118,10 @@ void RaiseLibraryException(RuntimeClass* (*lookup)()) {
   }
 }
 
-// The thread's lowest usable stack address plus the reserve; 0 (no check)
-// where the system does not say.
-uintptr_t ThreadStackLimit() {
+// The thread's lowest usable stack address plus the reserve, or the host's
+// limit where that lies higher on this stack; 0 (no check) where the system
+// does not say.
+uintptr_t ThreadStackLimit(uintptr_t hostLimit) {
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
   void* lowest = nullptr;
@@ -128,7 +129,10 @@ uintptr_t ThreadStackLimit() {
   int failed = pthread_attr_getstack(&attributes, &lowest, &size);
   pthread_attr_destroy(&attributes);
   if (failed || size <= 2 * kStackReserve) return 0;
-  return (uintptr_t)lowest + kStackReserve;
+  uintptr_t limit = (uintptr_t)lowest + kStackReserve;
+  // The host's limit counts where it lies on this stack, above the reserve.
+  if (hostLimit > limit && hostLimit < (uintptr_t)__builtin_frame_address(0)) limit = hostLimit;
+  return limit;
 }
 
 void LeaveRun(RuntimeAbortPoint* point, bool abandoned) {
@@ -162,7 +166,7 @@ __attribute__((noinline)) bool RunScriptCode(void (*start)(), HandlerTable const
   point.mOuterStackLimit = sNormalStackLimit;
   OpenObjectRun(&point.mObjects);
   SetRunAbortPoint(&point);
-  sNormalStackLimit = hostStackLimit ? hostStackLimit : ThreadStackLimit();
+  sNormalStackLimit = ThreadStackLimit(hostStackLimit);
   gRuntimeStackLimit = sNormalStackLimit;
   if (setjmp(point.mJump) == 0) {
     start();

@@ -63,8 +63,9 @@ struct RuntimeAbortPoint {
 // `code` whose handlers `handlers` lists (none for library code). True if
 // it returned; false if the run was abandoned, and then the objects it had
 // made are freed (memory only) and the destruction in progress is
-// forgotten. `hostStackLimit`, when not 0, is the lowest stack address the
-// run may use; otherwise the thread's stack bounds less a reserve.
+// forgotten. The stack limit is the thread's lowest stack address plus
+// kStackReserve, or `hostStackLimit` (an address) where that lies above it
+// on this thread's stack, below the caller's frame.
 bool RunScriptCode(void (*start)(), HandlerTable const* handlers = nullptr, char const* code = nullptr,
                    uintptr_t length = 0, uintptr_t hostStackLimit = 0);
 
