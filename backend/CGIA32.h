@@ -42,6 +42,16 @@
 //
 // Floats never live in general registers: they pass through the x87 stack
 // within one line, and the stack is empty between lines.
+//
+// Exceptions write no data into the code. A try's ends and each handler's
+// entry are recorded with their offsets on the function block (the linker
+// makes the image's handler table of them, runtime/RunAbort.h walks it). A
+// handler's entry is a jump over its resume point; the resume point reloads
+// esp from ebp - S, calls the library for the exception in flight and
+// stores it into the handler's variable as a counted assignment. Each
+// line's first offset is recorded too, for the line of a raise.
+// The stack check is inline: cmp esp against the library's limit word,
+// and a call only when below.
 #pragma once
 
 #include <cstdint>

@@ -29,8 +29,10 @@ void* Entry(F* function) {
 }  // namespace
 
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
-  // The rows of the exception, array and variant families join as those
-  // families are built; a name without a row fails the link. An
+  // The rows of the array and variant families join as those families are
+  // built; a name without a row fails the link. Two rows are not functions
+  // of the intrinsic list: the word holding the stack limit, and the call
+  // by which a handler takes the exception in flight. An
   // intrinsic's row takes its name from the intrinsic list, so the two
   // cannot drift apart.
   RuntimeFunctionRow const rows[] = {
