@@ -74,7 +74,7 @@ __attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* p
         lineWanted = false;
       }
       int32_t resume = handlers->FindHandler((uint32_t)offset);
-      if (resume >= 0) {
+      if (resume != kNoHandler) {
         words[1] = point->mCode + (uint32_t)resume;
         return true;
       }
@@ -97,7 +97,7 @@ __attribute__((noinline)) void RaiseObject(RuntimeObject* exception, bool first)
     EndRunWithException(exception);
     return;
   }
-  if (first) point->mRaiseLine = -1;
+  if (first) point->mRaiseLine = kNoLine;
   // One in flight at a time: a raise that finds one not yet taken (a raise
   // from a destructor that the walk's own release ran) lets go of it.
   if (RuntimeObject* stale = point->mInFlight) {
@@ -162,7 +162,7 @@ __attribute__((noinline)) bool RunScriptCode(void (*start)(), HandlerTable const
   point.mCodeLength = code ? length : 0;
   point.mBoundary = (uintptr_t)__builtin_frame_address(0);
   point.mInFlight = nullptr;
-  point.mRaiseLine = -1;
+  point.mRaiseLine = kNoLine;
   point.mOuterStackLimit = sNormalStackLimit;
   OpenObjectRun(&point.mObjects);
   SetRunAbortPoint(&point);
@@ -200,7 +200,7 @@ char const* UnhandledExceptionClassName() {
 
 unsigned long RaiseLine() {
   RuntimeAbortPoint* point = GetRunAbortPoint();
-  return point && point->mRaiseLine >= 0 ? (unsigned long)point->mRaiseLine : 0;
+  return point && point->mRaiseLine != kNoLine ? (unsigned long)point->mRaiseLine : 0;
 }
 
 void SetExceptionMonitor(void (*monitor)(RuntimeObject*)) { sExceptionMonitor = monitor; }

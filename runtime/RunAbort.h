@@ -53,7 +53,7 @@ struct RuntimeAbortPoint {
   uintptr_t mBoundary;
   // Holds one reference between a raise and its resume point.
   RuntimeObject* mInFlight;
-  // The line (from 0) of the last first raise; -1 when none is known.
+  // The line (from 0) of the last first raise; kNoLine when none is known.
   int32_t mRaiseLine;
   // The stack limit of the run around this one, given back at the end.
   uintptr_t mOuterStackLimit;

@@ -2,12 +2,17 @@
 
 #include <algorithm>
 
+namespace {
+// A try begin whose function ends before its try end.
+constexpr int64_t kUnmatched = -1;
+}  // namespace
+
 void HandlerTable::AddFunction(uint32_t start, uint32_t end) {
   mFunctions.push_back(Function{start, end, (uint32_t)mEvents.size(), (uint32_t)mLines.size()});
 }
 
 void HandlerTable::AddEvent(HandlerEventKind kind, uint32_t offset, uint32_t resume) {
-  mEvents.push_back(Event{offset, kind, resume, -1});
+  mEvents.push_back(Event{offset, kind, resume, kNoHandler});
 }
 
 void HandlerTable::AddLine(uint32_t offset, int32_t line) {
@@ -28,7 +33,7 @@ void HandlerTable::Finish() {
   for (size_t f = 0; f < mFunctions.size(); ++f) {
     size_t first = mFunctions[f].firstEvent;
     size_t last = f + 1 < mFunctions.size() ? mFunctions[f + 1].firstEvent : mEvents.size();
-    std::vector<int64_t> match(last - first, -1);
+    std::vector<int64_t> match(last - first, kUnmatched);
     std::vector<size_t> open;
     for (size_t i = first; i < last; ++i) {
       if (mEvents[i].kind == kHandlerTryBegin) {
@@ -40,14 +45,14 @@ void HandlerTable::Finish() {
     }
     for (size_t i = last; i-- > first;) {
       Event& e = mEvents[i];
-      int32_t next = i + 1 < last ? mEvents[i + 1].answer : -1;
+      int32_t next = i + 1 < last ? mEvents[i + 1].answer : kNoHandler;
       if (e.kind == kHandlerSwitch) {
         e.answer = (int32_t)e.resume;
       } else if (e.kind == kHandlerTryEnd) {
         e.answer = next;
       } else {
         int64_t end = match[i - first];
-        e.answer = end < 0 || (size_t)end + 1 >= last ? -1 : mEvents[(size_t)end + 1].answer;
+        e.answer = end == kUnmatched || (size_t)end + 1 >= last ? kNoHandler : mEvents[(size_t)end + 1].answer;
       }
     }
   }
@@ -71,23 +76,23 @@ HandlerTable::Function const* HandlerTable::FunctionAt(uint32_t returnOffset, ui
 int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
   uint32_t eventEnd = 0, lineEnd = 0;
   Function const* f = FunctionAt(returnOffset, &eventEnd, &lineEnd);
-  if (!f) return -1;
+  if (!f) return kNoHandler;
   auto begin = mEvents.begin() + f->firstEvent;
   auto end = mEvents.begin() + eventEnd;
   auto it = std::lower_bound(begin, end, returnOffset,
                              [](Event const& e, uint32_t x) { return e.offset < x; });
-  return it == end ? -1 : it->answer;
+  return it == end ? kNoHandler : it->answer;
 }
 
 int32_t HandlerTable::FindLine(uint32_t returnOffset) const {
   uint32_t eventEnd = 0, lineEnd = 0;
   Function const* f = FunctionAt(returnOffset, &eventEnd, &lineEnd);
-  if (!f) return -1;
+  if (!f) return kNoLine;
   uint32_t at = returnOffset - 1;
   auto begin = mLines.begin() + f->firstLine;
   auto end = mLines.begin() + lineEnd;
   auto it = std::upper_bound(begin, end, at,
                              [](uint32_t x, RaiseLineEntry const& e) { return x < (uint32_t)e.offset; });
-  if (it == begin) return -1;
+  if (it == begin) return kNoLine;
   return (it - 1)->line;
 }

@@ -37,6 +37,10 @@
 constexpr char kTakeExceptionName[] = "RuntimeTakeException";
 constexpr char kStackLimitName[] = "RuntimeStackLimit";
 
+// What a lookup gives where there is no answer.
+constexpr int32_t kNoHandler = -1;
+constexpr int32_t kNoLine = -1;
+
 enum HandlerEventKind : int32_t {
   kHandlerTryBegin = 0,
   kHandlerTryEnd = 1,
@@ -67,10 +71,10 @@ public:
   void Finish();
 
   // The resume point (an image offset) that takes an exception raised from
-  // the call whose return address is `returnOffset`; -1 where none does.
+  // the call whose return address is `returnOffset`; kNoHandler where none does.
   int32_t FindHandler(uint32_t returnOffset) const;
   // The source line of the call whose return address is `returnOffset`;
-  // -1 where none is known.
+  // kNoLine where none is known.
   int32_t FindLine(uint32_t returnOffset) const;
 
   bool Empty() const { return mFunctions.empty(); }
@@ -87,7 +91,7 @@ private:
     int32_t kind;
     uint32_t resume;
     // The resume point found by a search that starts at this event with
-    // depth 0; -1 for none.
+    // depth 0, or kNoHandler.
     int32_t answer;
   };
   // The function holding the instruction just before `returnOffset`, or null.
