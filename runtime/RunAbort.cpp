@@ -220,6 +220,7 @@ RuntimeObject* RuntimeTakeException() {
 }
 
 void RuntimeUnhandledException(RuntimeObject* exception) {
+  if (!exception) return;
   RuntimeClass* c = RuntimeClassOf(exception);
   sUnhandledClassName = c ? c->mName : nullptr;
   UnhandledException(exception);

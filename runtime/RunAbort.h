@@ -117,7 +117,8 @@ void RuntimeReraiseException(RuntimeObject* exception);
 // passes to the caller; null if none.
 RuntimeObject* RuntimeTakeException();
 // The main program's catch-all: reports `exception` (borrowed) as unhandled
-// with the line of its raise and its class name, and returns.
+// with the line of its raise and its class name, and returns; null, as a
+// catch-all reached by normal flow holds, reports nothing.
 void RuntimeUnhandledException(RuntimeObject* exception);
 // Raises StackOverflowException when esp is below the limit.
 void RuntimeCheckStack();

@@ -94,6 +94,7 @@ protected:
 TEST_F(RaisePath, NullDoesNothingAndTheMonitorHearsRaisesOnly) {
   RuntimeRaiseException(nullptr);
   RuntimeReraiseException(nullptr);
+  RuntimeUnhandledException(nullptr);
   EXPECT_TRUE(listener.reports.empty());
   EXPECT_EQ(sMonitored, 0);
   RuntimeObject* o = RuntimeNewObject(OutOfBoundsExceptionLookup());
