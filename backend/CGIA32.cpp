@@ -68,6 +68,7 @@ int CGIA32::CodeBufferLength() { return currentFunction ? (int)currentFunction->
 void CGIA32::CompileLineBefore(TacLine const& line) {
   if (OpensFunction(line)) return;
   if (lineIndex) lineIndex->AddEntry(CodeBufferLength(), (int)line.line);
+  if (currentFunction) currentFunction->MarkRaiseLine((int32_t)line.line);
   if (!mentionsCounted && currentFunction) CountMentions(&line);
 }
 
@@ -519,7 +520,7 @@ void CGIA32::WriteProlog(int reserve) {
   if (registers[kEBX].used) ia32_push(kEBX);
   if (registers[kESI].used) ia32_push(kESI);
   if (registers[kEDI].used) ia32_push(kEDI);
-  // Always the long form: a handler's resume code reloads from the same place.
+  // Handlers' resume points reload esp from the same place.
   ia32_mov_backwards(kModDisp32, kESP, kEBP, -StoredESPOffset());
 }
 
@@ -552,7 +553,6 @@ void CGIA32::WriteEpilog(int reserve) {
   if (registers[kESI].used) ia32_pop(kESI);
   if (registers[kEBX].used) ia32_pop(kEBX);
   ia32_add_imm32(kModRegister, kESP, reserve);
-  // pop ebp; ret: the exception scan stops at these two bytes.
   ia32_pop(kEBP);
   ia32_ret_near();
 }
@@ -1138,7 +1138,10 @@ void CGIA32::tac_Unlock(TacLine const& line) {
                                kIntrinsicRuntimeUnlockArray);
   KV_ASSERT(call >= 0);
   if (call < 0) return;
+  // The variable is cleared before the value is let go of: a destructor run
+  // by the unlock that raises must find nothing left to release again.
   int r = LoadTacAddr(line.a, kSchemeGeneral);
+  ClearVariable(line.a, SchemeExclude(r, kSchemeGeneral));
   if (call == kIntrinsicRuntimeUnlockObject) {
     UnlockObjectInline(r, AllocateRegister(SchemeExclude(r, kSchemeGeneral)));
   } else {
@@ -1150,7 +1153,21 @@ void CGIA32::tac_Unlock(TacLine const& line) {
     PatchLocalJump(skip);
     InvalidateRegisters();
   }
-  StoreZero(line.a);
+}
+
+// No register in `keep`'s complement is taken: those hold values still to
+// be used. Every register that listed the variable forgets it.
+void CGIA32::ClearVariable(TacAddr const* addr, int keep) {
+  for (RegisterState& state : registers) {
+    if (state.Contains(addr)) state.Clear(addr);
+  }
+  if (addr->GetStorageClass() == LocalStorage || addr->GetStorageClass() == StaticStorage) {
+    StoreImmediate(0, addr);
+    return;
+  }
+  int base = LoadBase(keep);
+  int d = FieldDisplacement(addr);
+  ia32_mov_imm32(ModDisp(d), base, d, 0);
 }
 
 // The new value is locked before the old one is let go of, so that a value
@@ -1162,8 +1179,11 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
   if (call < 0) return;
   // The library does nothing when the new value is the old one, two nils
   // included, so that case is told apart inline, as in tac_Unlock.
+  // The old value's variable is cleared before anything is unlocked, on
+  // both paths, for the reason given at tac_Unlock.
   int x = LoadTacAddr(line.a, kSchemeGeneral);
   int y = LoadTacAddr(line.b, SchemeExclude(x, kSchemeGeneral));
+  ClearVariable(line.b, SchemeExclude(y, SchemeExclude(x, kSchemeGeneral)));
   ia32_cmp(kModRegister, x, y);
   int skip = LocalJump(&IA32OpWriter::ia32_je);
   if (call == kIntrinsicRuntimeLockUnlockObjects) {
@@ -1178,7 +1198,6 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
   }
   PatchLocalJump(skip);
   InvalidateRegisters();
-  StoreZero(line.b);
 }
 
 // ---------------------------------------------------------------------------
@@ -1187,7 +1206,19 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
 void CGIA32::tac_PutParam(TacLine const& line) { callParams.push_back(line.a); }
 void CGIA32::tac_GetParam(TacLine const& line) { funcParams.push_back(line.c); }
 
+// The stack check runs on every call of a script function: the limit is
+// compared inline and the library called only when esp is below it.
 void CGIA32::tac_Intrinsic(TacLine const& line) {
+  if (line.a->GetValue().sint32 == kIntrinsicRuntimeCheckStack && callParams.size() == 0) {
+    MarkImport(Import::kCodePtrIA32, kStackLimitName, 2);
+    ia32_cmp(kModNoDisp, kESP, kRMAbsolute, 0);
+    int enough = LocalJump(&IA32OpWriter::ia32_jae);
+    MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicRuntimeCheckStack), 1);
+    ia32_call_disp32(0);
+    PatchLocalJump(enough);
+    InvalidateRegisters();
+    return;
+  }
   CallSequenceStart();
   MarkImport(Import::kCallIA32, IntrinsicName(line.a->GetValue().sint32), 1);
   ia32_call_disp32(0);
@@ -1230,28 +1261,40 @@ void CGIA32::tac_Baseref(TacLine const& line) {
 }
 
 // ---------------------------------------------------------------------------
-// Exception markers
+// Exceptions
 
-void CGIA32::WriteMarkerBlock(uint32_t marker) {
-  ia32_jmp(kTryMarkerJumpDistance);
-  ia32_Write32((int)marker);
-}
+// A try statement writes no code: its ends are recorded for the handler
+// table.
+void CGIA32::tac_BeginTry(TacLine const&) { currentFunction->MarkHandlerEvent(kHandlerTryBegin); }
+void CGIA32::tac_EndTry(TacLine const&) { currentFunction->MarkHandlerEvent(kHandlerTryEnd); }
 
-void CGIA32::tac_BeginTry(TacLine const&) { WriteMarkerBlock(kExceptionTryBeginMarker); }
-void CGIA32::tac_EndTry(TacLine const&) { WriteMarkerBlock(kExceptionTryEndMarker); }
-
+// A handler's entry: normal flow jumps over the resume point, to the label
+// behind the handler or, with none, into the handler's code. The raise path
+// returns into the resume point from a function this one called, with the
+// exception held by the run state: esp comes back from the frame, the
+// exception is taken (its reference passing to the code) and stored into
+// the handler's variable, whose old value is let go of after the store, or
+// let go of at once where the handler has no variable.
 void CGIA32::tac_HandleException(TacLine const& line) {
   int start = CodeBufferLength();
-  // With no label to go to, normal flow runs on into the handler's code.
   bool fallsIn = line.c == nilTacAddr;
   int jumpField = start + 1;
   ia32_jmp(fallsIn ? 0 : FindLabel(line.c->GetValue().sint32, 1));
-  ia32_Write32((int)kExceptionSwitchMarker);
-  ia32_Write16(0);
-  ia32_Write16(line.a == nilTacAddr ? 0 : LocalDisplacement(line.a));
-  KV_ASSERT(CodeBufferLength() - start == kSwitchBlockResumeOffset);
-  ia32_mov(kModDisp32, kESP, kEBP, -StoredESPOffset());
+  int resume = CodeBufferLength();
+  currentFunction->handlerEvents.push_back(HandlerEvent{kHandlerSwitch, start, resume});
+  InvalidateRegisters();
+  int s = -StoredESPOffset();
+  ia32_mov(ModDisp(s), kESP, kEBP, s);
+  MarkImport(Import::kCallIA32, kTakeExceptionName, 1);
+  ia32_call_disp32(0);
+  InvalidateRegisters();
+  if (line.a != nilTacAddr && line.a->type.GetMainType() == kTypeObject) {
+    int old = LoadTacAddr(line.a, SchemeExclude(kEAX, kSchemeGeneral));
+    StoreTacAddr(kEAX, line.a);
+    UnlockObjectInline(old, AllocateRegister(SchemeExclude(old, SchemeExclude(kEAX, kSchemeGeneral))));
+  } else {
+    UnlockObjectInline(kEAX, AllocateRegister(SchemeExclude(kEAX, kSchemeGeneral)));
+  }
   if (fallsIn) PatchLocalJump(jumpField);
-  // The run-time library enters here with nothing known of the registers.
   InvalidateRegisters();
 }

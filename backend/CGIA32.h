@@ -42,6 +42,16 @@
 //
 // Floats never live in general registers: they pass through the x87 stack
 // within one line, and the stack is empty between lines.
+//
+// Exceptions write no data into the code. A try's ends and each handler's
+// entry are recorded with their offsets on the function block (the linker
+// makes the image's handler table of them, runtime/RunAbort.h walks it). A
+// handler's entry is a jump over its resume point; the resume point reloads
+// esp from ebp - S, calls the library for the exception in flight and
+// stores it into the handler's variable as a counted assignment. Each
+// line's first offset is recorded too, for the line of a raise.
+// The stack check is inline: cmp esp against the library's limit word,
+// and a call only when below.
 #pragma once
 
 #include <cstdint>
@@ -268,6 +278,8 @@ private:
   void CallRuntime(int intrinsic, int blockBytes);
   void LockFamily(TacLine const& line, int stringCall, int objectCall, int arrayCall);
   void StoreZero(TacAddr const* addr);
+  // Stores 0 into a counted variable with no register outside `keep` taken.
+  void ClearVariable(TacAddr const* addr, int keep);
   // An object's count, changed in place; `r` holds the object, `c` is a
   // scratch register. The unlock calls the library only when the count is
   // about to reach 0, and leaves nothing known of the registers.
@@ -275,7 +287,6 @@ private:
   void UnlockObjectInline(int r, int c);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
-  void WriteMarkerBlock(uint32_t marker);
   void WriteProlog(int reserve);
   void CopyParameters();
   void WriteEpilog(int reserve);

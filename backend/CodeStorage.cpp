@@ -157,7 +157,34 @@ void FunctionBlock::Append(Ref<FunctionBlock> other) {
     moved.offset += (int32_t)length;
     imports.push_back(moved);
   }
+  unsigned long events = other->handlerEvents.size();
+  for (unsigned long i = 0; i < events; ++i) {
+    HandlerEvent moved = other->handlerEvents[i];
+    moved.offset += (int32_t)length;
+    moved.resume += (int32_t)length;
+    handlerEvents.push_back(moved);
+  }
+  unsigned long lines = other->raiseLines.size();
+  for (unsigned long i = 0; i < lines; ++i) {
+    RaiseLineEntry moved = other->raiseLines[i];
+    moved.offset += (int32_t)length;
+    raiseLines.push_back(moved);
+  }
   DataBlock::Append(other);
+}
+
+void FunctionBlock::MarkHandlerEvent(HandlerEventKind kind, int32_t resume) {
+  handlerEvents.push_back(HandlerEvent{kind, (int32_t)length, resume});
+}
+
+void FunctionBlock::MarkRaiseLine(int32_t line) {
+  unsigned long n = raiseLines.size();
+  if (n > 0 && raiseLines[n - 1].line == line) return;
+  if (n > 0 && raiseLines[n - 1].offset == (int32_t)length) {
+    raiseLines[n - 1].line = line;
+    return;
+  }
+  raiseLines.push_back(RaiseLineEntry{(int32_t)length, line});
 }
 
 void FunctionBlock::MarkImport(Import::Type type, string importName, string library, int extra) {

@@ -20,6 +20,7 @@
 #include "foundation/SimpleVector.h"
 #include "foundation/String.h"
 #include "foundation/StringMap.h"
+#include "runtime/RuntimeExceptionFoundation.h"
 
 // Growth steps of a DataBlock: code is written a byte or a word at a time, so
 // steps double from 16 bytes to 4096 to spare reallocations. A block larger
@@ -139,7 +140,8 @@ public:
 
   // Code is joined only with its fix-ups, so plain bytes are refused.
   void Append(Ref<DataBlock> other) override;
-  // Takes the other block's imports, moved by this block's length, then its bytes.
+  // Takes the other block's imports, handler events and raise lines, moved
+  // by this block's length, then its bytes.
   void Append(Ref<FunctionBlock> other) override;
   using DataBlock::Append;
 
@@ -148,7 +150,15 @@ public:
   void MarkImport(Import::Type type, string name, string library, int extra);
   void MarkImport(Import::Type type, string name, int extra);
 
+  // Records a handler event at the current end (a handler's resume point at
+  // `resume`), and the line of the code written from here on.
+  void MarkHandlerEvent(HandlerEventKind kind, int32_t resume = 0);
+  void MarkRaiseLine(int32_t line);
+
   SimpleVector<Import> imports;
+  // In ascending offsets, as written; the linker's handler table is made of them.
+  SimpleVector<HandlerEvent> handlerEvents;
+  SimpleVector<RaiseLineEntry> raiseLines;
   string name;
 };
 

@@ -84,6 +84,11 @@ void IA32OpWriter::ia32_cmp(int mod, int reg, int rm) {
   WritePlainOperand(mod, reg, rm);
 }
 
+void IA32OpWriter::ia32_cmp(int mod, int reg, int rm, int disp) {
+  ia32_WriteOpcode(0x3B);
+  WriteDispOperand(mod, reg, rm, disp);
+}
+
 void IA32OpWriter::ia32_imul(int mod, int reg, int rm) {
   ia32_WriteOpcode(0x0F, 0xAF);
   WritePlainOperand(mod, reg, rm);
@@ -325,6 +330,11 @@ void IA32OpWriter::ia32_jg(int rel) {
 
 void IA32OpWriter::ia32_jge(int rel) {
   ia32_WriteOpcode(0x0F, 0x8D);
+  ia32_Write32(rel);
+}
+
+void IA32OpWriter::ia32_jae(int rel) {
+  ia32_WriteOpcode(0x0F, 0x83);
   ia32_Write32(rel);
 }
 

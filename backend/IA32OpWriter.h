@@ -62,6 +62,7 @@ public:
   void ia32_sub(int mod, int reg, int rm);   // 2B /r     sub r32, r/m32
   void ia32_xor(int mod, int reg, int rm);   // 33 /r     xor r32, r/m32
   void ia32_cmp(int mod, int reg, int rm);   // 3B /r     cmp r32, r/m32
+  void ia32_cmp(int mod, int reg, int rm, int disp);  // 3B /r  cmp r32, r/m32
   void ia32_imul(int mod, int reg, int rm);  // 0F AF /r  imul r32, r/m32
   void ia32_test(int mod, int reg, int rm);  // 85 /r     test r/m32, r32
 
@@ -119,6 +120,7 @@ public:
   void ia32_jle(int rel);           // 0F 8E cd  jle rel32
   void ia32_jg(int rel);            // 0F 8F cd  jg rel32
   void ia32_jge(int rel);           // 0F 8D cd  jge rel32
+  void ia32_jae(int rel);           // 0F 83 cd  jae rel32
 
   // Float unit, register stack.
   void ia32_faddp();    // DE C1  faddp st(1), st(0)

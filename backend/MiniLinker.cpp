@@ -61,7 +61,7 @@ RunReadyCode::~RunReadyCode() {
   delete[] data;
 }
 
-void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
+void RunReadyCode::Run(KvScriptCorrespondent* correspondent, uintptr_t stackLimit) {
   KV_ASSERT(!mRunning);
   mRunning = true;
   char* saved = new char[dataLength > 0 ? dataLength : 0];
@@ -70,7 +70,8 @@ void RunReadyCode::Run(KvScriptCorrespondent* correspondent) {
     RunStateScope runState(correspondent);
     // A run that ends early has told the correspondent why already.
     if (image && image->Sealed() && image->Address())
-      RunScriptCode(reinterpret_cast<void (*)()>(image->Address()));
+      RunScriptCode(reinterpret_cast<void (*)()>(image->Address()), &handlers, image->Address(),
+                    image->Length(), stackLimit);
   }
   if (dataLength > 0) memcpy(data, saved, (size_t)dataLength);
   delete[] saved;
@@ -148,6 +149,27 @@ void PokeInCodePointers(CodeModule::Family family, char* dataArea,
     }
   }
   delete it;
+}
+
+void BuildHandlerTable(Ref<CodeModule> module, Ref<FunctionBlock> block, HandlerTable* table) {
+  uint32_t start = 0;
+  unsigned long event = 0;
+  unsigned long line = 0;
+  SimpleVector<HandlerEvent> const& events = block->handlerEvents;
+  SimpleVector<RaiseLineEntry> const& lines = block->raiseLines;
+  for (unsigned long i = 0; i < module->functions.size(); ++i) {
+    Ref<FunctionBlock> function = module->functions[i];
+    if (!function) continue;
+    uint32_t end = start + function->Length();
+    table->AddFunction(start, end);
+    for (; event < events.size() && (uint32_t)events[event].offset < end; ++event)
+      table->AddEvent((HandlerEventKind)events[event].kind, (uint32_t)events[event].offset,
+                      (uint32_t)events[event].resume);
+    for (; line < lines.size() && (uint32_t)lines[line].offset < end; ++line)
+      table->AddLine((uint32_t)lines[line].offset, lines[line].line);
+    start = end;
+  }
+  table->Finish();
 }
 
 // ---------------------------------------------------------------------------
@@ -432,6 +454,7 @@ RunReadyCode* Linker::Link() {
   auto* linked = new RunReadyCode(block, data, (int)dataSize, strings, image);
   data = nullptr;
   image = nullptr;
+  BuildHandlerTable(module, block, &linked->handlers);
   return linked;
 }
 

@@ -24,6 +24,9 @@
 //   back (RunStateScope, runtime/RunState.h), so another image may run
 //   from inside the script's call-outs.
 // - A name that resolves nowhere never becomes an address: the link fails.
+// - The handler table holds every function of the module, in image order,
+//   with its handler events and raise lines; the stubs behind belong to
+//   none, so a return address there has no handler.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +36,7 @@
 #include "foundation/SimpleVector.h"
 #include "foundation/String.h"
 #include "foundation/StringMap.h"
+#include "runtime/RuntimeExceptionFoundation.h"
 
 class CompilerDelegate;
 class KvScriptCorrespondent;
@@ -111,7 +115,8 @@ public:
   // caller keeps the image alive until Run returns, whatever the script's
   // call-outs do. Not re-entrant: an overlapping run of one image would put
   // its data back under the other (check builds stop there).
-  void Run(KvScriptCorrespondent* correspondent);
+  // `stackLimit`: the host's lowest stack address for the script, or 0.
+  void Run(KvScriptCorrespondent* correspondent, uintptr_t stackLimit = 0);
 
   // Where the code runs from; null for an image without executable code.
   char* CodeAddress() const { return image ? image->Address() : nullptr; }
@@ -119,6 +124,8 @@ public:
   char* data;
   int32_t dataLength;
   Ref<FunctionBlock> code;
+  // Where the image's handlers and raise lines are, by code offset.
+  HandlerTable handlers;
   SimpleVector<string> strings;
   CodeMapping* image;
 
@@ -139,6 +146,8 @@ RunReadyCode* MiniLink(Ref<CodeModule> module, StringMap<void*>* table,
 void PrepareCodeModule(Ref<CodeModule> module);
 // One block of all functions in order; `merged` gets each one's offset.
 Ref<FunctionBlock> MergeModuleFunctions(Ref<CodeModule> module, StringMap<unsigned int>* merged);
+// The handler table of a block merged from `module`'s functions.
+void BuildHandlerTable(Ref<CodeModule> module, Ref<FunctionBlock> block, HandlerTable* table);
 // PowerPC: fills each literal's data slot with its record's address.
 void PokeInStringPointers(char* dataArea, StringMap<unsigned long>* stringSlots);
 // PowerPC: fills each function slot with its transition vector (code

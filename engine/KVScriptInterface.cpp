@@ -341,7 +341,7 @@ void KVScriptInterface::Run() {
   // The script's call-outs may drop mCode; this reference keeps the image
   // mapped until the script has returned.
   Ref<RunReadyCode> running = mCode;
-  if (running) running->Run(this);
+  if (running) running->Run(this, (uintptr_t)GetStackLimit());
   mRunning = false;
 }
 

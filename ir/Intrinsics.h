@@ -73,7 +73,8 @@
   X(kIntrinsicRuntimeLockUnlockStrings, "RuntimeLockUnlockStrings", false)\
   X(kIntrinsicRuntimeLockObject, "RuntimeLockObject", false)            \
   X(kIntrinsicRuntimeUnlockObject, "RuntimeUnlockObject", true)         \
-  X(kIntrinsicRuntimeLockUnlockObjects, "RuntimeLockUnlockObjects", true)
+  X(kIntrinsicRuntimeLockUnlockObjects, "RuntimeLockUnlockObjects", true) \
+  X(kIntrinsicRuntimeUnhandledException, "RuntimeUnhandledException", false)
 
 enum IntrinsicNumber : int {
 #define KV_INTRINSIC_ENUM(value, name, raises) value,

@@ -6,6 +6,7 @@
 #include "runtime/ColorFunctions.h"
 #include "runtime/MathRuntime.h"
 #include "runtime/RunAbort.h"
+#include "runtime/RuntimeExceptionFoundation.h"
 #include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/RuntimeStringFoundation.h"
@@ -28,8 +29,10 @@ void* Entry(F* function) {
 }  // namespace
 
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
-  // The rows of the exception, array and variant families join as those
-  // families are built; a name without a row fails the link. An
+  // The rows of the array and variant families join as those families are
+  // built; a name without a row fails the link. Two rows are not functions
+  // of the intrinsic list: the word holding the stack limit, and the call
+  // by which a handler takes the exception in flight. An
   // intrinsic's row takes its name from the intrinsic list, so the two
   // cannot drift apart.
   RuntimeFunctionRow const rows[] = {
@@ -43,10 +46,15 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {IntrinsicFunctionName(kIntrinsicRuntimeUnlockString), Entry(&RuntimeUnlockString)},
       {IntrinsicFunctionName(kIntrinsicRuntimeLockUnlockStrings), Entry(&RuntimeLockUnlockStrings)},
       {IntrinsicFunctionName(kIntrinsicVELDYieldToKV), Entry(&RuntimeYield)},
-      {IntrinsicFunctionName(kIntrinsicRuntimeCheckStack), Entry(&RuntimeStackCheck)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeCheckStack), Entry(&RuntimeCheckStack)},
+      {kStackLimitName, Entry(&gRuntimeStackLimit)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeRaiseException), Entry(&RuntimeRaiseException)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeReraiseException), Entry(&RuntimeReraiseException)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeUnhandledException), Entry(&RuntimeUnhandledException)},
+      {kTakeExceptionName, Entry(&RuntimeTakeException)},
       {IntrinsicFunctionName(kIntrinsicDisableAutoWaitCursor), Entry(&DisableAutoWaitCursor)},
       {IntrinsicFunctionName(kIntrinsicEnableAutoWaitCursor), Entry(&EnableAutoWaitCursor)},
-      {"RuntimeStackCheck", Entry(&RuntimeStackCheck)},
+      {"RuntimeStackCheck", Entry(&RuntimeCheckStack)},
       {IntrinsicFunctionName(kIntrinsicRuntimeDebugEntry), Entry(&RuntimeDebugEntry)},
       {IntrinsicFunctionName(kIntrinsicStringToPString), Entry(&StringToPString)},
       {IntrinsicFunctionName(kIntrinsicStringToCString), Entry(&StringToCString)},
@@ -117,11 +125,12 @@ void RuntimeInit() {
   NilObjectExceptionLookup();
   IllegalCastExceptionLookup();
   OutOfBoundsExceptionLookup();
+  StackOverflowExceptionLookup();
 }
 
 void UnhandledException(RuntimeObject*) {
   if (KvScriptCorrespondent* correspondent = GetRuntimeCorrespondent())
-    correspondent->ScriptError(kRuntimeErrorUnhandledException, 0);
+    correspondent->ScriptError(kRuntimeErrorUnhandledException, RaiseLine());
 }
 
 void RuntimeYield() {
@@ -202,7 +211,6 @@ RuntimeClass* StackOverflowExceptionLookup() { return LookUpLibraryClass(kLibrar
 // ---------------------------------------------------------------------------
 // Functions with nothing to do
 
-void RuntimeStackCheck() {}
 void RuntimeDebugEntry() {}
 void DisableAutoWaitCursor() {}
 void EnableAutoWaitCursor() {}

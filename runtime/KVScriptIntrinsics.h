@@ -56,7 +56,6 @@ RuntimeClass* OutOfBoundsExceptionLookup();
 RuntimeClass* StackOverflowExceptionLookup();
 
 // Generated code calls these; they have nothing to do.
-void RuntimeStackCheck();
 void RuntimeDebugEntry();
 void DisableAutoWaitCursor();
 void EnableAutoWaitCursor();

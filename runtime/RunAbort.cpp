@@ -1,16 +1,26 @@
 #include "runtime/RunAbort.h"
 
+#include <pthread.h>
+
 #include "runtime/KVScriptIntrinsics.h"
 #include "runtime/RunState.h"
+#include "runtime/RuntimeExceptionFoundation.h"
+
+uintptr_t gRuntimeStackLimit = 0;
 
 namespace {
 
-// From the start of a raise to its end. A raise that starts while another is
-// under way has failed: the first could not make its class or its object.
+// From the start of a library raise until its object exists. A raise that
+// starts while another is under way has failed: the first could not make
+// its class or its object.
 bool sRaising = false;
 bool sFailureReported = false;
 // Borrowed from the class record for the time of the report.
 stringStorage* sUnhandledClassName = nullptr;
+void (*sExceptionMonitor)(RuntimeObject*) = nullptr;
+// The limit as the run set it; gRuntimeStackLimit is lowered below it while
+// a stack overflow is being handled, so that the handlers can run.
+uintptr_t sNormalStackLimit = 0;
 
 void EndRaise() {
   sRaising = false;
@@ -34,7 +44,7 @@ bool BeginRaise() {
 
 // The exception object, or null once the failure has been told. Once the
 // object exists the raise can no longer fail, so the guard is let go before
-// the report, whose listener may run other scripts.
+// the raise, whose handlers may raise again.
 RuntimeObject* MakeException(RuntimeClass* c) {
   RuntimeObject* exception = nullptr;
   if (!c)
@@ -45,9 +55,84 @@ RuntimeObject* MakeException(RuntimeClass* c) {
   return exception;
 }
 
+// Looks for a handler from the caller of this function up to the run's
+// boundary; on a hit the return address of the frame it is found through
+// is made the handler's resume point. On the first raise of an exception
+// the first return address inside the image gives the raise line.
+__attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* point, bool first) {
+  uintptr_t frame = (uintptr_t)__builtin_frame_address(0);
+  uintptr_t const boundary = point->mBoundary;
+  HandlerTable const* handlers = point->mHandlers;
+  bool lineWanted = first;
+  while (frame < boundary) {
+    uintptr_t volatile* words = reinterpret_cast<uintptr_t volatile*>(frame);
+    uintptr_t returnAddress = words[1];
+    uintptr_t offset = returnAddress - point->mCode;
+    if (handlers && offset < point->mCodeLength) {
+      if (lineWanted) {
+        point->mRaiseLine = handlers->FindLine((uint32_t)offset);
+        lineWanted = false;
+      }
+      int32_t resume = handlers->FindHandler((uint32_t)offset);
+      if (resume != kNoHandler) {
+        words[1] = point->mCode + (uint32_t)resume;
+        return true;
+      }
+    }
+    uintptr_t next = words[0];
+    if (!(frame < next && next <= boundary)) break;
+    frame = next;
+  }
+  return false;
+}
+
+// Raises `exception`, whose caller keeps its own reference. Returns when a
+// handler will take it, or outside a run after the report.
+__attribute__((noinline)) void RaiseObject(RuntimeObject* exception, bool first) {
+  if (!exception) return;
+  if (first && sExceptionMonitor) sExceptionMonitor(exception);
+  RuntimeLockObject(exception);
+  RuntimeAbortPoint* point = GetRunAbortPoint();
+  if (!point) {
+    EndRunWithException(exception);
+    return;
+  }
+  if (first) point->mRaiseLine = kNoLine;
+  // One in flight at a time: a raise that finds one not yet taken (a raise
+  // from a destructor that the walk's own release ran) lets go of it.
+  if (RuntimeObject* stale = point->mInFlight) {
+    point->mInFlight = nullptr;
+    RuntimeUnlockObject(stale);
+  }
+  point->mInFlight = exception;
+  if (ActivateNextExceptionHandler(point, first)) return;
+  point->mInFlight = nullptr;
+  EndRunWithException(exception);
+}
+
 void RaiseLibraryException(RuntimeClass* (*lookup)()) {
   if (!BeginRaise()) return;
-  if (RuntimeObject* exception = MakeException(lookup())) EndRunWithException(exception);
+  if (RuntimeObject* exception = MakeException(lookup())) {
+    RaiseObject(exception, true);
+    RuntimeUnlockObject(exception);
+  }
+}
+
+// The thread's lowest usable stack address plus the reserve, or the host's
+// limit where that lies higher on this stack; 0 (no check) where the system
+// does not say.
+uintptr_t ThreadStackLimit(uintptr_t hostLimit) {
+  pthread_attr_t attributes;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
+  void* lowest = nullptr;
+  size_t size = 0;
+  int failed = pthread_attr_getstack(&attributes, &lowest, &size);
+  pthread_attr_destroy(&attributes);
+  if (failed || size <= 2 * kStackReserve) return 0;
+  uintptr_t limit = (uintptr_t)lowest + kStackReserve;
+  // The host's limit counts where it lies on this stack, above the reserve.
+  if (hostLimit > limit && hostLimit < (uintptr_t)__builtin_frame_address(0)) limit = hostLimit;
+  return limit;
 }
 
 void LeaveRun(RuntimeAbortPoint* point, bool abandoned) {
@@ -55,17 +140,34 @@ void LeaveRun(RuntimeAbortPoint* point, bool abandoned) {
     EndRaise();
     sUnhandledClassName = nullptr;
   }
+  // A raise the run ended with, never taken, is let go of with the rest.
+  if (RuntimeObject* stale = point->mInFlight) {
+    point->mInFlight = nullptr;
+    if (!abandoned) RuntimeUnlockObject(stale);
+  }
   CloseObjectRun(&point->mObjects, abandoned);
   SetRunAbortPoint(point->mOuter);
+  gRuntimeStackLimit = point->mOuterStackLimit;
+  sNormalStackLimit = point->mOuterStackLimit;
 }
 
 }  // namespace
 
-bool RunScriptCode(void (*start)()) {
+__attribute__((noinline)) bool RunScriptCode(void (*start)(), HandlerTable const* handlers, char const* code,
+                                             uintptr_t length, uintptr_t hostStackLimit) {
   RuntimeAbortPoint point;
   point.mOuter = GetRunAbortPoint();
+  point.mHandlers = handlers;
+  point.mCode = (uintptr_t)code;
+  point.mCodeLength = code ? length : 0;
+  point.mBoundary = (uintptr_t)__builtin_frame_address(0);
+  point.mInFlight = nullptr;
+  point.mRaiseLine = kNoLine;
+  point.mOuterStackLimit = sNormalStackLimit;
   OpenObjectRun(&point.mObjects);
   SetRunAbortPoint(&point);
+  sNormalStackLimit = ThreadStackLimit(hostStackLimit);
+  gRuntimeStackLimit = sNormalStackLimit;
   if (setjmp(point.mJump) == 0) {
     start();
     LeaveRun(&point, false);
@@ -87,10 +189,7 @@ void ReportOutOfMemory() {
 }
 
 void EndRunWithException(RuntimeObject* exception) {
-  RuntimeClass* c = RuntimeClassOf(exception);
-  sUnhandledClassName = c ? c->mName : nullptr;
-  UnhandledException(exception);
-  sUnhandledClassName = nullptr;
+  RuntimeUnhandledException(exception);
   AbortScriptRun();
   RuntimeUnlockObject(exception);
 }
@@ -99,9 +198,49 @@ char const* UnhandledExceptionClassName() {
   return sUnhandledClassName ? stringStorage::CString(sUnhandledClassName) : nullptr;
 }
 
+unsigned long RaiseLine() {
+  RuntimeAbortPoint* point = GetRunAbortPoint();
+  return point && point->mRaiseLine != kNoLine ? (unsigned long)point->mRaiseLine : 0;
+}
+
+void SetExceptionMonitor(void (*monitor)(RuntimeObject*)) { sExceptionMonitor = monitor; }
+
+void RuntimeRaiseException(RuntimeObject* exception) { RaiseObject(exception, true); }
+void RuntimeReraiseException(RuntimeObject* exception) { RaiseObject(exception, false); }
+
+RuntimeObject* RuntimeTakeException() {
+  RuntimeAbortPoint* point = GetRunAbortPoint();
+  if (!point) return nullptr;
+  RuntimeObject* exception = point->mInFlight;
+  point->mInFlight = nullptr;
+  // Back above the limit: the next overflow is caught at the limit again.
+  if (gRuntimeStackLimit < sNormalStackLimit && (uintptr_t)__builtin_frame_address(0) > sNormalStackLimit)
+    gRuntimeStackLimit = sNormalStackLimit;
+  return exception;
+}
+
+void RuntimeUnhandledException(RuntimeObject* exception) {
+  if (!exception) return;
+  RuntimeClass* c = RuntimeClassOf(exception);
+  sUnhandledClassName = c ? c->mName : nullptr;
+  UnhandledException(exception);
+  sUnhandledClassName = nullptr;
+}
+
+// While the overflow is raised and handled the limit stands half the
+// reserve lower, so that the handlers' own calls do not raise it again.
+void RuntimeCheckStack() {
+  if ((uintptr_t)__builtin_frame_address(0) >= gRuntimeStackLimit) return;
+  if (gRuntimeStackLimit == sNormalStackLimit) gRuntimeStackLimit = sNormalStackLimit - kStackReserve / 2;
+  RaiseLibraryException(StackOverflowExceptionLookup);
+}
+
 void RaiseExceptionClass(RuntimeClass* c) {
   if (!BeginRaise()) return;
-  if (RuntimeObject* exception = MakeException(c)) EndRunWithException(exception);
+  if (RuntimeObject* exception = MakeException(c)) {
+    RaiseObject(exception, true);
+    RuntimeUnlockObject(exception);
+  }
 }
 
 void RaiseNilObjectException() { RaiseLibraryException(NilObjectExceptionLookup); }

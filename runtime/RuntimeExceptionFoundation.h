@@ -1,80 +1,103 @@
-// Script exceptions find their handlers by scanning generated code for
-// marker blocks that the code generator lays down in line. This header pins
-// the shape of those blocks, which the generator writes and the raise path
-// reads; the raise and handler-search functions come with the exception
-// run-time itself.
+// How script exceptions find their handlers: tables, not code. The code
+// generator records, per function, where each try statement opens and
+// closes and where each handler is entered (with the offset of its resume
+// point), and which source line each stretch of code came from. The linker
+// turns those records into one HandlerTable per linked image; the raise path
+// asks it, for a return address found on the stack, which resume point
+// takes the exception, and at the first raise which line raised it. No byte
+// of generated code is ever read as data.
+//
+// The rule, for a return address R inside a function: the function's events
+// at offsets >= R are taken in order with a depth counter from 0. A try
+// begin adds one (a try statement that starts behind R does not cover it,
+// so its handlers are to be skipped); a try end takes one off if above 0
+// (at 0 it closes the statement R stands in, whose handlers are behind R
+// already, and the search goes on outwards); a handler entry at depth 0 is
+// the answer. None found: the function does not handle R, and the walk goes
+// on to its caller. A try statement is laid out as try begin, protected
+// code, handlers in order, Finally code, try end; a handler that re-raises
+// is thereby passed over by its own re-raise, which finds the next one.
 //
 // Invariants:
-// - A marker block starts with a 32-bit jump (0xE9) that normal flow takes
-//   over the block; the marker word follows the jump, so a scanner that
-//   stops on 0xE9 finds it five bytes further on.
-// - The records are packed: every byte is placed exactly as the scanner
-//   reads it, with no padding, and all numbers are little-endian.
-// - A function's code ends with `pop ebp; ret` (or `leave; ret`): the
-//   scanner stops there, so no marker of a later function is ever taken.
+// - A table's functions are added in ascending, non-overlapping ranges and
+//   each function's events and lines in ascending offsets; Finish is called
+//   once, after the last, and a lookup is a binary search over functions
+//   and then over the function's events: its answer was worked out per
+//   event by Finish.
+// - Offsets are from the start of the image.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <type_traits>
+#include <vector>
 
-// Marker words, read five bytes into a block.
-constexpr uint32_t kExceptionSwitchMarker = 0x411;  // a handler entry
-constexpr uint32_t kExceptionTryBeginMarker = 0x412;
-constexpr uint32_t kExceptionTryEndMarker = 0x413;
+// Link names the back end reaches the raise path's state by: the call that
+// hands a resume point the exception in flight, and the word holding the
+// lowest stack address a script may use (generated code compares esp with
+// it and calls the stack check only when below).
+constexpr char kTakeExceptionName[] = "RuntimeTakeException";
+constexpr char kStackLimitName[] = "RuntimeStackLimit";
 
-// The opcodes that open a block: the generator writes only the long jump;
-// the scanner also accepts the short one.
-constexpr uint8_t kExceptionLongJumpOpcode = 0xE9;
-constexpr uint8_t kExceptionShortJumpOpcode = 0xEB;
+// What a lookup gives where there is no answer.
+constexpr int32_t kNoHandler = -1;
+constexpr int32_t kNoLine = -1;
 
-#pragma pack(push, 1)
-
-// Try begin and try end: a jump over the marker word, and the word.
-struct RuntimeTryMarker {
-  uint8_t mJumpOpcode;
-  int32_t mJumpDistance;
-  uint32_t mMarker;
+enum HandlerEventKind : int32_t {
+  kHandlerTryBegin = 0,
+  kHandlerTryEnd = 1,
+  kHandlerSwitch = 2,  // a handler's entry; `resume` is its resume point
 };
 
-// A handler entry. Normal flow jumps over it to the code behind the handler,
-// or, with no such label, just past the stack restore that opens the resume
-// point, so that it runs on into the handler's code. The raise path stores
-// the exception in the local at mLocalOffset from the frame pointer (none
-// when 0) and returns into the resume point.
-struct RuntimeSwitchBlock {
-  uint8_t mJumpOpcode;
-  int32_t mJumpDistance;
-  uint32_t mMarker;
-  uint16_t mReserved;
-  int16_t mLocalOffset;
-  // The resume point follows: code, beginning with the reload of the stack
-  // pointer from the copy that the function's prolog stored.
+// One recorded event of a function, at a code offset.
+struct HandlerEvent {
+  int32_t kind;
+  int32_t offset;
+  int32_t resume;
 };
 
-#pragma pack(pop)
+// Code from `offset` on was made from source line `line` (counted from 0).
+struct RaiseLineEntry {
+  int32_t offset;
+  int32_t line;
+};
 
-static_assert(std::is_standard_layout_v<RuntimeTryMarker>);
-static_assert(offsetof(RuntimeTryMarker, mJumpOpcode) == 0);
-static_assert(offsetof(RuntimeTryMarker, mJumpDistance) == 1);
-static_assert(offsetof(RuntimeTryMarker, mMarker) == 5);
-static_assert(sizeof(RuntimeTryMarker) == 9);
+class HandlerTable {
+public:
+  // Opens the next function, [start, end) of the image.
+  void AddFunction(uint32_t start, uint32_t end);
+  // To the function opened last; offsets from the image's start.
+  void AddEvent(HandlerEventKind kind, uint32_t offset, uint32_t resume);
+  void AddLine(uint32_t offset, int32_t line);
+  // Works out the answer for every event.
+  void Finish();
 
-static_assert(std::is_standard_layout_v<RuntimeSwitchBlock>);
-static_assert(offsetof(RuntimeSwitchBlock, mJumpOpcode) == 0);
-static_assert(offsetof(RuntimeSwitchBlock, mJumpDistance) == 1);
-static_assert(offsetof(RuntimeSwitchBlock, mMarker) == 5);
-static_assert(offsetof(RuntimeSwitchBlock, mReserved) == 9);
-static_assert(offsetof(RuntimeSwitchBlock, mLocalOffset) == 11);
-static_assert(sizeof(RuntimeSwitchBlock) == 13);
+  // The resume point (an image offset) that takes an exception raised from
+  // the call whose return address is `returnOffset`; kNoHandler where none does.
+  int32_t FindHandler(uint32_t returnOffset) const;
+  // The source line of the call whose return address is `returnOffset`;
+  // kNoLine where none is known.
+  int32_t FindLine(uint32_t returnOffset) const;
 
-// Where the scanner finds each field, counted from the jump opcode.
-constexpr int32_t kMarkerJumpLength = offsetof(RuntimeTryMarker, mMarker);
-constexpr int32_t kMarkerWordOffset = offsetof(RuntimeTryMarker, mMarker);
-constexpr int32_t kTryMarkerSize = sizeof(RuntimeTryMarker);
-constexpr int32_t kSwitchBlockMarkerOffset = offsetof(RuntimeSwitchBlock, mMarker);
-constexpr int32_t kSwitchBlockReservedOffset = offsetof(RuntimeSwitchBlock, mReserved);
-constexpr int32_t kSwitchBlockLocalOffset = offsetof(RuntimeSwitchBlock, mLocalOffset);
-constexpr int32_t kSwitchBlockResumeOffset = sizeof(RuntimeSwitchBlock);
-// A try marker's jump passes over the marker word only.
-constexpr int32_t kTryMarkerJumpDistance = sizeof(RuntimeTryMarker) - offsetof(RuntimeTryMarker, mMarker);
+  bool Empty() const { return mFunctions.empty(); }
+
+private:
+  struct Function {
+    uint32_t start;
+    uint32_t end;
+    uint32_t firstEvent;
+    uint32_t firstLine;
+  };
+  struct Event {
+    uint32_t offset;
+    int32_t kind;
+    uint32_t resume;
+    // The resume point found by a search that starts at this event with
+    // depth 0, or kNoHandler.
+    int32_t answer;
+  };
+  // The function holding the instruction just before `returnOffset`, or null.
+  Function const* FunctionAt(uint32_t returnOffset, uint32_t* eventEnd, uint32_t* lineEnd) const;
+
+  std::vector<Function> mFunctions;
+  std::vector<Event> mEvents;
+  std::vector<RaiseLineEntry> mLines;
+};

@@ -33,9 +33,9 @@
 //   A private event table, if an object gets one, is OSalloclen of its
 //   class's event slot count times 8.
 // - The entries below that raise (NilObjectException when memory runs out
-//   or an argument is nil, IllegalCastException) do not come back inside a
-//   run: the run ends there (runtime/RunAbort.h). Outside a run they return
-//   null or 0.
+//   or an argument is nil, IllegalCastException) do so through the raise
+//   path (runtime/RunAbort.h) and then return null or 0: inside a run their
+//   caller returns into a handler, or the run has ended.
 // - While a run is on the stack (RunScriptCode), a boundary record stands
 //   on the active list behind the objects the run made: a header with a
 //   null class and a lock count of 0, never counted. What walks the list

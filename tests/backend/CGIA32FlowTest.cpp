@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "backend/CodeGeneratorFixture.h"
-#include "runtime/RuntimeExceptionFoundation.h"
 #include "runtime/RuntimeObjectFoundation.h"
 
 // Written in assembly so that no code of the compiler's stands between.
@@ -670,113 +669,6 @@ TEST(Frame, CalleeSavedRegistersSurviveAndEveryFunctionEndsWhereTheScanStops) {
   LinkedModule image(module);
   ASSERT_TRUE(image);
   EXPECT_EQ(KvTestCallKeepingRegisters(image.Entry<int (*)()>("many")), 7);
-}
-
-// ---------------------------------------------------------------------------
-// Exception markers
-
-TEST(Exceptions, MarkerBlocksAreJumpedOverInNormalFlow) {
-  TacProgram program;
-  program.Function("guarded");
-  auto p = program.Params({{"a", kTypeInteger}});
-  TacAddr const* ex = program.Local("ex", kTypeObject);
-  TacAddr const* r = program.Local("r", kTypeInteger);
-  TacAddr const* after = program.Int(40);
-  program.Add(tac_AddI, p[0], program.Int(1), r);
-  program.Add(tac_BeginTry);
-  program.Add(tac_AddI, r, program.Int(1), r);
-  program.Add(tac_HandleException, ex, nullptr, after);
-  program.Add(tac_Store, program.Int(-1), nullptr, r);  // the handler, skipped
-  program.Add(tac_Label, after);
-  program.Add(tac_EndTry);
-  // A handler with no label: normal flow runs on into it.
-  program.Add(tac_HandleException);
-  program.Add(tac_AddI, r, program.Int(10), r);
-  program.Return(r);
-  Ref<CodeModule> module = GenerateIA32(program);
-  ASSERT_TRUE(module);
-  LinkedModule image(module);
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image.Entry<IntFn>("guarded")(5), 17);
-
-  // The blocks as the run-time scan reads them: the handler's local by its
-  // frame offset, -(offset + size) for `ex` at offset 4, or 0 for none.
-  Ref<FunctionBlock> f = FindFunction(module, "guarded");
-  std::vector<unsigned long> markers;
-  std::vector<int> locals;
-  for (unsigned i = 0; i + 9 <= f->Length(); ++i) {
-    if (f->Get8(i) != kExceptionLongJumpOpcode) continue;
-    unsigned long marker = f->Get32(i + kMarkerWordOffset);
-    if (marker < kExceptionSwitchMarker || marker > kExceptionTryEndMarker) continue;
-    markers.push_back(marker);
-    if (marker == kExceptionSwitchMarker) locals.push_back((int16_t)f->Get16(i + kSwitchBlockLocalOffset));
-  }
-  EXPECT_EQ(markers, (std::vector<unsigned long>{kExceptionTryBeginMarker, kExceptionSwitchMarker,
-                                                 kExceptionTryEndMarker, kExceptionSwitchMarker}));
-  EXPECT_EQ(locals, (std::vector<int>{-8, 0}));
-}
-
-// Plays the raise side of the contract: from its own frame, finds the
-// caller's return address, scans forward for the switch block that covers
-// it, stores the exception in the handler's local and redirects the return.
-int32_t gRaisedObject = 4242;
-bool gRaise = false;
-__attribute__((noinline)) void TestRaise() {
-  if (!gRaise) return;
-  // Volatile: the compiler would otherwise drop a store into its own return slot.
-  uint8_t* volatile* frame = (uint8_t* volatile*)__builtin_frame_address(0);
-  uint8_t* next = frame[0];
-  uint8_t* p = frame[1];
-  int depth = 0;
-  for (;;) {
-    if ((p[0] == 0x5D || p[0] == 0xC9) && p[1] == 0xC3) return;
-    if (p[0] == kExceptionLongJumpOpcode) {
-      uint32_t marker;
-      memcpy(&marker, p + kMarkerWordOffset, 4);
-      if (marker == kExceptionSwitchMarker && depth == 0) {
-        int16_t offset;
-        memcpy(&offset, p + kSwitchBlockLocalOffset, 2);
-        if (offset != 0) {
-          void* object = &gRaisedObject;
-          memcpy(next + offset, &object, 4);
-        }
-        frame[1] = p + kSwitchBlockResumeOffset;
-        return;
-      }
-      if (marker == kExceptionTryBeginMarker) ++depth;
-      if (marker == kExceptionTryEndMarker && depth > 0) --depth;
-    }
-    ++p;
-  }
-}
-
-TEST(Exceptions, TheResumePointRestoresTheStackAndRunsTheHandler) {
-  TacProgram program;
-  program.Function("catcher");
-  auto p = program.Params({{"a", kTypeInteger}});
-  TacAddr const* ex = program.Local("ex", kTypeObject);
-  TacAddr const* r = program.Local("r", kTypeInteger);
-  TacAddr const* after = program.Int(50);
-  program.Add(tac_Store, p[0], nullptr, r);
-  program.Add(tac_BeginTry);
-  // Arguments on the stack when the raise comes: the handler must drop them.
-  program.Add(tac_PutParam, program.Int(1));
-  program.Add(tac_PutParam, program.Int(2));
-  program.Add(tac_Call, program.Text("TestRaise"));
-  program.Add(tac_AddI, r, program.Int(1), r);
-  program.Add(tac_HandleException, ex, nullptr, after);
-  program.Add(tac_PeekI, ex, nullptr, r);
-  program.Add(tac_Label, after);
-  program.Add(tac_EndTry);
-  program.Return(r);
-  LinkedModule image(GenerateIA32(program), {{"TestRaise", (void*)TestRaise}});
-  ASSERT_TRUE(image);
-  IntFn fn = image.Entry<IntFn>("catcher");
-  gRaise = false;
-  EXPECT_EQ(fn(7), 8);
-  gRaise = true;
-  EXPECT_EQ(fn(7), 4242);
-  gRaise = false;
 }
 
 }  // namespace

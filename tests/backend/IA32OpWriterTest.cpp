@@ -158,6 +158,8 @@ const EncodingCase kArithmeticCases[] = {
     CASE("xor %edi,%ebx", ia32_xor(3, kEBX, kEDI)),
     CASE("cmp %edx,%ecx", ia32_cmp(3, kECX, kEDX)),
     CASE("cmp (%edi),%eax", ia32_cmp(0, kEAX, kEDI)),
+    CASE("cmp 0x12345678,%esp", ia32_cmp(0, kESP, kRMAbsolute, 0x12345678)),
+    CASE("cmp -0x80(%ebp),%ecx", ia32_cmp(1, kECX, kEBP, -128)),
     CASE("imul %ebx,%eax", ia32_imul(3, kEAX, kEBX)),
     CASE("imul (%ecx),%esi", ia32_imul(0, kESI, kECX)),
     CASE("test %eax,%eax", ia32_test(3, kEAX, kEAX)),
@@ -312,6 +314,7 @@ const EncodingCase kShortFormCases[] = {
     CASE("jle 0x10006", ia32_jle(0x10000)),
     CASE("jg 0x86", ia32_jg(128)),
     CASE("jge 0xffffff86", ia32_jge(-128)),
+    CASE("jae 0x86", ia32_jae(128)),
 };
 
 TEST(IA32Writer, ShortForms) { ExpectDisassembly(kShortFormCases); }
