@@ -245,6 +245,10 @@ Ref<SemBase> CreateInterfaceImplementation(Ref<SemBase> interfaceName, bool inhe
   Ref<SemBase> table = code->NewTemp(IRDataType(kTypeReference), nullptr);
   code->AddLine(tac_PutParam, slots, nilTacAddr, nilTacAddr);
   code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeNewVtable), nilTacAddr, table->GetAddr());
+  // A table that could not be made has been raised as such, and this code,
+  // which has no handler of its own, runs on: nothing may go into address 0.
+  TacAddr const* end = NewLabel();
+  code->AddLine(tac_IfEQI, table->GetAddr(), gTacZero, end);
   code->AddLine(tac_PokeI, table->GetAddr(), Lit((long)offsetof(RuntimeInterfaceEntry, mVtable)), entry->GetAddr());
   for (unsigned int i = 0; i < iface->CountMethods(); ++i) {
     FunctionDeclaration* m = iface->GetMethod(i);
@@ -266,6 +270,7 @@ Ref<SemBase> CreateInterfaceImplementation(Ref<SemBase> interfaceName, bool inhe
     PokeFunction(code, match->GetName(), match->GetSourceLibrary(), slot, table->GetAddr());
     PokeName(code, MangledMethodName(match), slot + (long)offsetof(RuntimeMethodEntry, mName), table->GetAddr());
   }
+  code->AddLine(tac_Label, end, nilTacAddr, nilTacAddr);
   return f.Finish(nullptr);
 }
 
@@ -290,8 +295,9 @@ Ref<SemBase> CreateClassRetriever(Ref<SemBase> name, ClassDeclaration* cls, stri
   code->AddLine(tac_PutParam, Lit((long)cls->directSlotCount), nilTacAddr, nilTacAddr);
   code->AddLine(tac_PutParam, Lit((long)cls->propertySlotCount), nilTacAddr, nilTacAddr);
   code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeNewClass), nilTacAddr, ctbl);
-  // A record that could not be made has been raised as such; nothing may
-  // be poked into address 0 if the raise ever comes back.
+  // A record that could not be made has been raised as such, and this
+  // code, which has no handler of its own, runs on: nothing may be poked
+  // into address 0.
   code->AddLine(tac_IfEQI, ctbl, gTacZero, end);
   PokeName(code, cls->GetName(), kClassNameOffset, ctbl);
   code->AddLine(tac_PokeI, cls->IsInterface() ? gTacOne : gTacZero, Lit((long)kClassIsInterfaceOffset), ctbl);
