@@ -371,11 +371,9 @@ int RunScript(Invocation const& run, SourceText* text, bool listOnly) {
   }
   if (context) VELDUnlockObject(context);
   sScriptName.clear();
-  // A run that ended in an unhandled exception is not checked. Until a
-  // raise unwinds the frames it passes, such a run abandons the script's
-  // frames, jumping back to where the run began, and the strings they held
-  // can't be found to be given back.
-  if (status == kExitRuntimeError) return status;
+  // A run that ended in an unhandled exception is checked as well: the
+  // exception went through every method's handler, which let go of what
+  // the method held, and the program let go of its globals after reporting.
   return leaks.Passed() ? status : kExitLeak;
 }
 
