@@ -30,6 +30,8 @@ void HandlerTable::AddLine(uint32_t offset, int32_t line) {
 // between is skipped by depth); an unmatched try begin never returns to
 // depth 0, so nothing after it is found.
 void HandlerTable::Finish() {
+  for (CachedAnswer& cached : mCache) cached = CachedAnswer();
+  for (CachedAnswer& cached : mLineCache) cached = CachedAnswer();
   for (size_t f = 0; f < mFunctions.size(); ++f) {
     size_t first = mFunctions[f].firstEvent;
     size_t last = f + 1 < mFunctions.size() ? mFunctions[f + 1].firstEvent : mEvents.size();
@@ -74,6 +76,15 @@ HandlerTable::Function const* HandlerTable::FunctionAt(uint32_t returnOffset, ui
 }
 
 int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
+  CachedAnswer& cached = mCache[returnOffset % kCacheSize];
+  if (returnOffset == 0 || cached.returnOffset != returnOffset) {
+    cached.returnOffset = returnOffset;
+    cached.answer = SearchHandler(returnOffset);
+  }
+  return cached.answer;
+}
+
+int32_t HandlerTable::SearchHandler(uint32_t returnOffset) const {
   uint32_t eventEnd = 0, lineEnd = 0;
   Function const* f = FunctionAt(returnOffset, &eventEnd, &lineEnd);
   if (!f) return kNoHandler;
@@ -85,6 +96,15 @@ int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
 }
 
 int32_t HandlerTable::FindLine(uint32_t returnOffset) const {
+  CachedAnswer& cached = mLineCache[returnOffset % kCacheSize];
+  if (returnOffset == 0 || cached.returnOffset != returnOffset) {
+    cached.returnOffset = returnOffset;
+    cached.answer = SearchLine(returnOffset);
+  }
+  return cached.answer;
+}
+
+int32_t HandlerTable::SearchLine(uint32_t returnOffset) const {
   uint32_t eventEnd = 0, lineEnd = 0;
   Function const* f = FunctionAt(returnOffset, &eventEnd, &lineEnd);
   if (!f) return kNoLine;

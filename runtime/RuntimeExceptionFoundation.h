@@ -97,7 +97,20 @@ private:
   // The function holding the instruction just before `returnOffset`, or null.
   Function const* FunctionAt(uint32_t returnOffset, uint32_t* eventEnd, uint32_t* lineEnd) const;
 
+  int32_t SearchHandler(uint32_t returnOffset) const;
+  int32_t SearchLine(uint32_t returnOffset) const;
+
   std::vector<Function> mFunctions;
   std::vector<Event> mEvents;
   std::vector<RaiseLineEntry> mLines;
+  // The answers for the return addresses seen last, by the address's low
+  // bits: a loop that raises asks about the same few call sites each round.
+  // A key of 0 is empty (no call returns to the image's first byte).
+  static constexpr uint32_t kCacheSize = 64;
+  struct CachedAnswer {
+    uint32_t returnOffset = 0;
+    int32_t answer = kNoHandler;
+  };
+  mutable CachedAnswer mCache[kCacheSize];
+  mutable CachedAnswer mLineCache[kCacheSize];
 };
