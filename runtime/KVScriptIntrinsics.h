@@ -41,6 +41,9 @@ void Print(stringStorage* text);
 // classes that the run-time raises by itself.
 void RuntimeInit();
 // Lets the host run other scripts: keeps this run's correspondent and classes.
+// Generated code calls RuntimeYield at every loop round; the host's yield
+// runs at one in this many.
+constexpr uint32_t kYieldInterval = 64;
 void RuntimeYield();
 void UnhandledException(RuntimeObject* exception);
 
