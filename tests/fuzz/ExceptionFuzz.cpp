@@ -129,11 +129,12 @@ public:
     s.parent[4] = mIn.PickValueInArray({kRuntimeException, 2, 3});
     s.subs.resize(mIn.ConsumeIntegralInRange(1, kMaxSubs));
     mScript = &s;
-    for (size_t i = 0; i < s.subs.size(); ++i) MakeSub(s.subs[i], (int)i);
+    // The main program first: the bytes run out, and what main doesn't
+    // reach is never run.
     Place top;
-    mLoops = 0;
-    s.main = List(top);
+    s.main = List(top, kMaxListLength * 2);
     s.mainLoops = mLoops;
+    for (size_t i = 0; i < s.subs.size(); ++i) MakeSub(s.subs[i], (int)i);
     s.vars = mVar;
     return s;
   }
@@ -151,9 +152,9 @@ private:
     sub.loops = mLoops;
   }
 
-  std::vector<Statement> List(Place& place) {
+  std::vector<Statement> List(Place& place, int most = kMaxListLength) {
     std::vector<Statement> list;
-    int n = mIn.ConsumeIntegralInRange(0, kMaxListLength);
+    int n = mIn.ConsumeIntegralInRange(0, most);
     for (int i = 0; i < n && mCount < kMaxStatements && mIn.remaining_bytes() > 0; ++i) {
       ++mCount;
       list.push_back(One(place));
@@ -165,7 +166,9 @@ private:
     Statement st;
     bool nest = place.depth < kMaxDepth;
     int lastSub = (int)mScript->subs.size() - 1;
-    switch (mIn.ConsumeIntegralInRange(0, 11)) {
+    // Main calls more often than the Subs do, so that their code runs.
+    int choice = place.sub < 0 && mIn.ConsumeBool() ? 4 : mIn.ConsumeIntegralInRange(0, 11);
+    switch (choice) {
       case 0: case 1: st.kind = Kind::kPrint; st.a = mMarker++; break;
       case 2: st.kind = Kind::kPrintGone; break;
       case 3:
