@@ -30,6 +30,16 @@ TacAddr const* Lit(string const& text) { return CurrentTLP()->GetLiteral(text); 
 
 string RetrieverName(ClassDeclaration* cls) { return QualifyName(cls->GetLinkName(), string("__Lookup")); }
 
+// The function that yields the class's record: its retriever, or for a
+// class of the library, the library's lookup function, which keeps the
+// record itself (such a class has no table global).
+string RecordFunction(ClassDeclaration* cls, bool& ownRetriever) {
+  Ref<SimpleVector<FunctionDeclaration*>> lookups = cls->LookupMethodsByBase(string("__Lookup"), kFilterPlain);
+  string name = lookups && lookups->size() ? (*lookups.Get())[0]->GetName() : RetrieverName(cls);
+  ownRetriever = name == RetrieverName(cls);
+  return name;
+}
+
 TacAddr const* ClassTableAddr(ClassDeclaration* cls) {
   return gContext->GetStaticSymbolAddr(IRDataType(kTypeClassRef), QualifyName(cls->GetLinkName(), string("__ctbl")));
 }
@@ -114,10 +124,16 @@ Ref<SemBase> PeekTable(Ref<SemBase> const& code, TacAddr const* record, long off
 Ref<SemBase> RecordOf(ClassDeclaration* cls, SourceLocation const* where) {
   Ref<SemBase> code = SemCode::New(IRDataType(kTypeClassRef), where);
   TacAddr const* dest = code->GetAddr();
+  bool ownRetriever = false;
+  string function = RecordFunction(cls, ownRetriever);
+  if (!ownRetriever) {
+    code->AddLine(tac_Call, Lit(function), nilTacAddr, dest);
+    return code;
+  }
   TacAddr const* built = NewLabel();
   code->AddLine(tac_Store, ClassTableAddr(cls), nilTacAddr, dest);
   code->AddLine(tac_IfNEI, dest, gTacZero, built);
-  code->AddLine(tac_Call, Lit(RetrieverName(cls)), nilTacAddr, dest);
+  code->AddLine(tac_Call, Lit(function), nilTacAddr, dest);
   code->AddLine(tac_Label, built, nilTacAddr, nilTacAddr);
   return code;
 }
