@@ -50,7 +50,8 @@ for target in "${targets[@]}"; do
     limit+=(-detect_leaks=0 -rss_limit_mb=1024)
   fi
   [ -n "${FUZZ_SECONDS:-}" ] && limit=(-max_total_time="$FUZZ_SECONDS")
-  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" "$corpus" \
+  # A failing input is written beside the logs, not into the source tree.
+  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" -artifact_prefix="$build/" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
   echo "$target: $(grep -o 'Done [0-9]* runs' "$build/$target.log" | tail -1 | cut -d' ' -f2) inputs, no failure"
 done
