@@ -49,7 +49,8 @@ for target in "${targets[@]}"; do
     export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=16
     limit+=(-detect_leaks=0 -rss_limit_mb=1024)
   fi
-  [ -n "${FUZZ_SECONDS:-}" ] && limit=(-max_total_time="$FUZZ_SECONDS")
+  # Only the count gives way to the time: the emulator's options stay.
+  [ -n "${FUZZ_SECONDS:-}" ] && limit[0]=-max_total_time="$FUZZ_SECONDS"
   # A failing input is written beside the logs, not into the source tree.
   "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" -artifact_prefix="$build/" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
