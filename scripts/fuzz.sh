@@ -51,8 +51,13 @@ for target in "${targets[@]}"; do
   fi
   # Only the count gives way to the time: the emulator's options stay.
   [ -n "${FUZZ_SECONDS:-}" ] && limit[0]=-max_total_time="$FUZZ_SECONDS"
+  # Under the emulator libFuzzer lists no file of a corpus directory, so the
+  # seeds are also named one by one, through a list in a file.
+  seeds="$build/$target-seeds"
+  find "$corpus" -type f | paste -sd, - > "$seeds"
   # A failing input is written beside the logs, not into the source tree.
-  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" -artifact_prefix="$build/" "$corpus" \
+  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" -artifact_prefix="$build/" \
+    -seed_inputs=@"$seeds" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
   echo "$target: $(grep -o 'Done [0-9]* runs' "$build/$target.log" | tail -1 | cut -d' ' -f2) inputs, no failure"
 done
