@@ -45,7 +45,7 @@ char const* const kClassNames[kClassCount] = {"RuntimeException", "NilObjectExce
 constexpr int kMaxDepth = 3;
 constexpr int kMaxListLength = 3;
 constexpr int kMaxSubs = 4;
-constexpr int kMaxStatements = 60;
+constexpr int kMaxStatements = 40;
 constexpr long kMaxSteps = 4000;
 
 enum class Kind {
@@ -59,6 +59,7 @@ enum class Kind {
   kIsA,         // If x IsA C Then Print "pN"
   kLoop,        // For L = 1 To 2
   kTry,
+  kExit,        // Return: leaves the Sub past every Finally in it
 };
 
 struct Statement;
@@ -199,6 +200,10 @@ private:
         st.c = mMarker++;
         break;
       case 10:
+        if (place.sub >= 0 && mIn.ConsumeIntegralInRange(0, 3) == 0) {
+          st.kind = Kind::kExit;
+          break;
+        }
         if (!nest) return Marker();
         st.kind = Kind::kLoop;
         st.a = place.depth;
@@ -329,6 +334,7 @@ private:
         Line(indent, "Next");
         break;
       }
+      case Kind::kExit: Line(indent, "Return"); break;
       case Kind::kTry:
         Line(indent, "Try");
         List(indent + 1, st.body);
@@ -366,11 +372,13 @@ private:
 // ---------------------------------------------------------------------------
 // The model
 
-// What running some statements came to: normal completion, or an
-// exception of class `cls` on its way out.
+// What running some statements came to: normal completion, a Return
+// on its way to the Sub's end, or an exception of class `cls` on its way out.
 struct Outcome {
   bool raised = false;
+  bool exited = false;
   int cls = 0;
+  bool Abrupt() const { return raised || exited; }
 };
 
 Outcome Raised(int cls) {
@@ -404,7 +412,7 @@ private:
     for (Statement const& st : list) {
       if (++mSteps > kMaxSteps) return Raised(kRuntimeException);
       Outcome o = One(st);
-      if (o.raised) return o;
+      if (o.Abrupt()) return o;
     }
     return Outcome();
   }
@@ -424,10 +432,15 @@ private:
       case Kind::kLoop:
         for (int i = 0; i < 2; ++i) {
           Outcome o = List(st.body);
-          if (o.raised) return o;
+          if (o.Abrupt()) return o;
         }
         break;
       case Kind::kTry: return Protect(List(st.body), st.handlers);
+      case Kind::kExit: {
+        Outcome o;
+        o.exited = true;
+        return o;
+      }
     }
     return Outcome();
   }
@@ -443,7 +456,7 @@ private:
       if (one.type >= 0 && !IsA(mScript, o.cls, one.type)) continue;
       o = List(one.body);
     }
-    if (o.raised) return o;
+    if (o.Abrupt()) return o;
     return List(h.finally);
   }
 
@@ -452,6 +465,7 @@ private:
     std::string callers = mText;
     mText = Gone() + "s" + std::to_string(index);
     Outcome o = Protect(List(sub.body), sub.handlers);
+    o.exited = false;
     // The locals go at the end of the Sub, however it is left.
     if (sub.tracker) ++mGone;
     mText = callers;
