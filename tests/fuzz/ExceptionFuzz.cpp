@@ -563,6 +563,12 @@ void Check(std::string const& text, Model const& model) {
   }
 }
 
+// The frame address of a fresh call: the same before and after a run,
+// unless the run left the stack pointer somewhere else.
+__attribute__((noinline)) uintptr_t StackMark() {
+  return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -584,6 +590,12 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   if (!model.Run()) return -1;
   std::string text = Writer(script).Text();
   if (sShow) Show(text, model);
+  uintptr_t stack = StackMark();
   Check(text, model);
+  if (StackMark() != stack) {
+    fprintf(stderr, "the stack pointer moved by %ld bytes\n", (long)(StackMark() - stack));
+    TraceEngine none;
+    Finding("the run did not give the stack back", text, model, none);
+  }
   return 0;
 }
