@@ -1,12 +1,13 @@
 // Runs scripts full of Try, Catch, Finally and Raise, and checks what they
 // print against a model. The fuzzer's bytes choose a well-formed script:
 // a few exception classes, a few Subs that call one another without
-// recursion, and bodies of Print, Raise, calls, loops and nested Try
-// statements. The model walks the same statements and predicts the printed
-// lines, whether the run ends in an unhandled exception, and how many
-// objects with destructors have died at each point. The script then
-// compiles and runs in this process, and any difference aborts, as does
-// counted memory that the run did not give back.
+// recursion, and bodies of Print, Raise, Return, calls, loops and nested
+// Try statements. The model walks the same statements and predicts the
+// printed lines, whether the run ends in an unhandled exception, and how
+// many objects with destructors have died at each point. The script then
+// compiles and runs in this process, and any difference aborts, as do
+// counted memory that the run did not give back and a stack pointer that
+// it left moved.
 //
 // Until the engine compiles Try, the generator keeps to what it can build
 // today (calls, loops, destructors and the raise of a call on Nil), so that
