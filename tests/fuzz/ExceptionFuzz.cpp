@@ -54,6 +54,7 @@ enum class Kind {
   kPrintGone,   // Print "g" + gone: an x for each destructor run so far
   kPrintText,   // Print s: the Sub's String local
   kCall,        // Sj
+  kPrintCall,   // Print "pN" + Tj(): Tj calls Sj, then returns gone
   kRaise,       // Raise New C
   kRaiseNil,    // nb.Poke on a Box that is Nil: the library raises
   kReraise,     // Raise x, in x's handler
@@ -179,8 +180,9 @@ private:
         break;
       case 4: case 5:
         if (place.sub == lastSub) return Marker();
-        st.kind = Kind::kCall;
+        st.kind = mIn.ConsumeIntegralInRange(0, 3) == 0 ? Kind::kPrintCall : Kind::kCall;
         st.a = mIn.ConsumeIntegralInRange(place.sub + 1, lastSub);
+        st.b = mMarker++;
         break;
       case 6:
         if (!mFull) return Marker();
@@ -290,7 +292,14 @@ public:
     Line(0, "Dim nb As Box");
     for (int i = 0; i < mScript.mainLoops; ++i) Line(0, "Dim G" + std::to_string(i) + " As Integer");
     // A callee comes before its callers.
-    for (int i = (int)mScript.subs.size() - 1; i >= 0; --i) WriteSub(i);
+    for (int i = (int)mScript.subs.size() - 1; i >= 0; --i) {
+      WriteSub(i);
+      std::string n = std::to_string(i);
+      Line(0, "Function T" + n + "() As String");
+      Line(1, "S" + n);
+      Line(1, "Return gone");
+      Line(0, "End Function");
+    }
     mLoopPrefix = "G";
     List(0, mScript.main);
     Line(0, "Print \"end \" + gone");
@@ -321,6 +330,9 @@ private:
       case Kind::kPrintGone: Line(indent, "Print \"g\" + gone"); break;
       case Kind::kPrintText: Line(indent, "Print s"); break;
       case Kind::kCall: Line(indent, "S" + std::to_string(st.a)); break;
+      case Kind::kPrintCall:
+        Line(indent, "Print \"p" + std::to_string(st.b) + "\" + T" + std::to_string(st.a) + "()");
+        break;
       case Kind::kRaise: Line(indent, std::string("Raise New ") + kClassNames[st.a]); break;
       case Kind::kRaiseNil: Line(indent, "nb.Poke"); break;
       case Kind::kReraise: Line(indent, "Raise x" + std::to_string(st.a)); break;
@@ -424,6 +436,12 @@ private:
       case Kind::kPrintGone: trace.push_back("g" + Gone()); break;
       case Kind::kPrintText: trace.push_back(mText); break;
       case Kind::kCall: return Call(st.a);
+      case Kind::kPrintCall: {
+        // The text is made before the call; a raise drops it unprinted.
+        Outcome o = Call(st.a);
+        if (!o.raised) trace.push_back("p" + std::to_string(st.b) + Gone());
+        return o;
+      }
       case Kind::kRaise: return Raised(st.a);
       case Kind::kRaiseNil: return Raised(kNilObjectException);
       case Kind::kReraise: return Raised(mVars[st.a]);
