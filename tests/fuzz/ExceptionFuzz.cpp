@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/EngineAPI.h"
@@ -610,7 +611,14 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   std::string text = Writer(script).Text();
   if (sShow) Show(text, model);
   uintptr_t stack = StackMark();
+  std::thread::id thread = std::this_thread::get_id();
   Check(text, model);
+  // The thread's own block (found through a segment register) must be the
+  // same after the run: the engine checks its thread against it.
+  if (std::this_thread::get_id() != thread) {
+    TraceEngine none;
+    Finding("the run changed the thread's identity", text, model, none);
+  }
   if (StackMark() != stack) {
     fprintf(stderr, "the stack pointer moved by %ld bytes\n", (long)(StackMark() - stack));
     TraceEngine none;
