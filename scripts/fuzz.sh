@@ -4,7 +4,8 @@
 # Usage: scripts/fuzz.sh [runs] [target...]
 #   runs     inputs per target (default 20000); FUZZ_SECONDS=N runs each
 #            target for N seconds instead
-#   target   LexerFuzz, MinerFuzz, ParseFuzz, CompileFuzz (default: all)
+#   target   LexerFuzz, MinerFuzz, ParseFuzz, CompileFuzz, ExceptionFuzz
+#            (default: all)
 # FUZZ_BUILD_DIR overrides the build directory.
 set -euo pipefail
 
@@ -13,7 +14,7 @@ build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"
 runs="${1:-20000}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(LexerFuzz MinerFuzz ParseFuzz CompileFuzz)
+[ ${#targets[@]} -gt 0 ] || targets=(LexerFuzz MinerFuzz ParseFuzz CompileFuzz ExceptionFuzz)
 
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja \
@@ -25,13 +26,21 @@ for target in "${targets[@]}"; do
   # Seeds are copied so the fuzzer's additions stay out of the source tree.
   corpus="$build/$target-corpus"
   mkdir -p "$corpus"
-  cp "$root/tests/fuzz/corpus/"* "$corpus/"
-  [ "$target" = LexerFuzz ] || cp "$root/tests/grammar/corpus/"*.kvs "$corpus/"
-  # Whole programs that compile and link, so that the code building and
-  # the back end behind them are reached from the start.
-  [ "$target" = CompileFuzz ] && find "$root/tests/e2e" "$root/examples" -name '*.kvs' -exec cp {} "$corpus/" \;
   fuzzer="$build/tests/fuzz/$target"
   limit=(-runs="$runs")
+  # ExceptionFuzz reads its input as choices, not as text: script seeds and
+  # the dictionary of words mean nothing to it.
+  dict=(-dict="$root/tests/fuzz/lexer.dict")
+  if [ "$target" = ExceptionFuzz ]; then
+    dict=()
+    cp "$root/tests/fuzz/exception-corpus/"* "$corpus/"
+  else
+    cp "$root/tests/fuzz/corpus/"* "$corpus/"
+    [ "$target" = LexerFuzz ] || cp "$root/tests/grammar/corpus/"*.kvs "$corpus/"
+    # Whole programs that compile and link, so that the code building and
+    # the back end behind them are reached from the start.
+    [ "$target" = CompileFuzz ] && find "$root/tests/e2e" "$root/examples" -name '*.kvs' -exec cp {} "$corpus/" \;
+  fi
   # Under qemu's user-mode emulator LeakSanitizer hangs (see test.sh); the
   # target's own count of blocks still catches a compile that keeps any.
   # The emulated 32-bit address space is also tighter, so the sanitizer
@@ -40,8 +49,15 @@ for target in "${targets[@]}"; do
     export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=16
     limit+=(-detect_leaks=0 -rss_limit_mb=1024)
   fi
-  [ -n "${FUZZ_SECONDS:-}" ] && limit=(-max_total_time="$FUZZ_SECONDS")
-  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 -dict="$root/tests/fuzz/lexer.dict" "$corpus" \
+  # Only the count gives way to the time: the emulator's options stay.
+  [ -n "${FUZZ_SECONDS:-}" ] && limit[0]=-max_total_time="$FUZZ_SECONDS"
+  # Under the emulator libFuzzer lists no file of a corpus directory, so the
+  # seeds are also named one by one, through a list in a file.
+  seeds="$build/$target-seeds"
+  find "$corpus" -type f | paste -sd, - > "$seeds"
+  # A failing input is written beside the logs, not into the source tree.
+  "$fuzzer" "${limit[@]}" -max_len=4096 -seed=1 "${dict[@]}" -artifact_prefix="$build/" \
+    -seed_inputs=@"$seeds" "$corpus" \
     2> "$build/$target.log" || { tail -40 "$build/$target.log"; exit 1; }
   echo "$target: $(grep -o 'Done [0-9]* runs' "$build/$target.log" | tail -1 | cut -d' ' -f2) inputs, no failure"
 done
