@@ -75,13 +75,18 @@ HandlerTable::Function const* HandlerTable::FunctionAt(uint32_t returnOffset, ui
   return &*it;
 }
 
-int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
-  CachedAnswer& cached = mCache[returnOffset % kCacheSize];
+int32_t HandlerTable::Remembered(CachedAnswer* cache, uint32_t returnOffset,
+                                 int32_t (HandlerTable::*search)(uint32_t) const) const {
+  CachedAnswer& cached = cache[returnOffset % kCacheSize];
   if (returnOffset == 0 || cached.returnOffset != returnOffset) {
     cached.returnOffset = returnOffset;
-    cached.answer = SearchHandler(returnOffset);
+    cached.answer = (this->*search)(returnOffset);
   }
   return cached.answer;
+}
+
+int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
+  return Remembered(mCache, returnOffset, &HandlerTable::SearchHandler);
 }
 
 int32_t HandlerTable::SearchHandler(uint32_t returnOffset) const {
@@ -96,12 +101,7 @@ int32_t HandlerTable::SearchHandler(uint32_t returnOffset) const {
 }
 
 int32_t HandlerTable::FindLine(uint32_t returnOffset) const {
-  CachedAnswer& cached = mLineCache[returnOffset % kCacheSize];
-  if (returnOffset == 0 || cached.returnOffset != returnOffset) {
-    cached.returnOffset = returnOffset;
-    cached.answer = SearchLine(returnOffset);
-  }
-  return cached.answer;
+  return Remembered(mLineCache, returnOffset, &HandlerTable::SearchLine);
 }
 
 int32_t HandlerTable::SearchLine(uint32_t returnOffset) const {

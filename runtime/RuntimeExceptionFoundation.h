@@ -113,4 +113,7 @@ private:
   };
   mutable CachedAnswer mCache[kCacheSize];
   mutable CachedAnswer mLineCache[kCacheSize];
+  // The cache's answer for `returnOffset`, searched for on a miss.
+  int32_t Remembered(CachedAnswer* cache, uint32_t returnOffset,
+                     int32_t (HandlerTable::*search)(uint32_t) const) const;
 };
