@@ -55,23 +55,26 @@ RuntimeObject* MakeException(RuntimeClass* c) {
   return exception;
 }
 
-// Looks for a handler from the caller of this function up to the run's
-// boundary; on a hit the return address of the frame it is found through
-// is made the handler's resume point. On the first raise of an exception
-// the first return address inside the image gives the raise line.
-__attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* point, bool first) {
-  uintptr_t frame = (uintptr_t)__builtin_frame_address(0);
+// Looks for a handler from `frame` up to the run's boundary; on a hit the
+// return address of the frame it is found through is made the handler's
+// resume point. `frame` is the frame of a library function on the chain
+// (the entry that generated code called, or this function's caller). On
+// the first raise of an exception the first return address inside the
+// image is kept: it gives the raise line, should the exception go
+// unhandled.
+__attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* point, uintptr_t frame,
+                                                            bool first) {
   uintptr_t const boundary = point->mBoundary;
   HandlerTable const* handlers = point->mHandlers;
-  bool lineWanted = first;
+  if (!handlers) return false;
+  bool offsetWanted = first;
   while (frame < boundary) {
     uintptr_t volatile* words = reinterpret_cast<uintptr_t volatile*>(frame);
-    uintptr_t returnAddress = words[1];
-    uintptr_t offset = returnAddress - point->mCode;
-    if (handlers && offset < point->mCodeLength) {
-      if (lineWanted) {
-        point->mRaiseLine = handlers->FindLine((uint32_t)offset);
-        lineWanted = false;
+    uintptr_t offset = words[1] - point->mCode;
+    if (offset < point->mCodeLength) {
+      if (offsetWanted) {
+        point->mRaiseOffset = (uint32_t)offset;
+        offsetWanted = false;
       }
       int32_t resume = handlers->FindHandler((uint32_t)offset);
       if (resume != kNoHandler) {
@@ -86,18 +89,21 @@ __attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* p
   return false;
 }
 
-// Raises `exception`, whose caller keeps its own reference. Returns when a
-// handler will take it, or outside a run after the report.
-__attribute__((noinline)) void RaiseObject(RuntimeObject* exception, bool first) {
+// Raises `exception`, whose caller keeps its own reference, looking for a
+// handler from `frame` on. Returns when a handler will take it, or outside
+// a run after the report. Generated code raises once or twice in every
+// round of a loop that catches: this path calls nothing but the walk.
+inline void RaiseObject(RuntimeObject* exception, bool first, uintptr_t frame) {
   if (!exception) return;
   if (first && sExceptionMonitor) sExceptionMonitor(exception);
-  RuntimeLockObject(exception);
-  RuntimeAbortPoint* point = GetRunAbortPoint();
+  // The lock, as RuntimeLockObject makes it.
+  if (exception->mLockCount > 0) ++exception->mLockCount;
+  RuntimeAbortPoint* point = gRunAbortPoint;
   if (!point) {
     EndRunWithException(exception);
     return;
   }
-  if (first) point->mRaiseLine = kNoLine;
+  if (first) point->mRaiseOffset = kNoRaiseOffset;
   // One in flight at a time: a raise that finds one not yet taken (a raise
   // from a destructor that the walk's own release ran) lets go of it.
   if (RuntimeObject* stale = point->mInFlight) {
@@ -105,15 +111,19 @@ __attribute__((noinline)) void RaiseObject(RuntimeObject* exception, bool first)
     RuntimeUnlockObject(stale);
   }
   point->mInFlight = exception;
-  if (ActivateNextExceptionHandler(point, first)) return;
+  if (ActivateNextExceptionHandler(point, frame, first)) return;
   point->mInFlight = nullptr;
   EndRunWithException(exception);
+}
+
+__attribute__((noinline)) void RaiseObjectHere(RuntimeObject* exception) {
+  RaiseObject(exception, true, (uintptr_t)__builtin_frame_address(0));
 }
 
 void RaiseLibraryException(RuntimeClass* (*lookup)()) {
   if (!BeginRaise()) return;
   if (RuntimeObject* exception = MakeException(lookup())) {
-    RaiseObject(exception, true);
+    RaiseObjectHere(exception);
     RuntimeUnlockObject(exception);
   }
 }
@@ -162,7 +172,7 @@ __attribute__((noinline)) bool RunScriptCode(void (*start)(), HandlerTable const
   point.mCodeLength = code ? length : 0;
   point.mBoundary = (uintptr_t)__builtin_frame_address(0);
   point.mInFlight = nullptr;
-  point.mRaiseLine = kNoLine;
+  point.mRaiseOffset = kNoRaiseOffset;
   point.mOuterStackLimit = sNormalStackLimit;
   OpenObjectRun(&point.mObjects);
   SetRunAbortPoint(&point);
@@ -200,16 +210,28 @@ char const* UnhandledExceptionClassName() {
 
 unsigned long RaiseLine() {
   RuntimeAbortPoint* point = GetRunAbortPoint();
-  return point && point->mRaiseLine != kNoLine ? (unsigned long)point->mRaiseLine : 0;
+  if (!point || !point->mHandlers || point->mRaiseOffset == kNoRaiseOffset) return 0;
+  int32_t line = point->mHandlers->FindLine(point->mRaiseOffset);
+  return line != kNoLine ? (unsigned long)line : 0;
 }
 
 void SetExceptionMonitor(void (*monitor)(RuntimeObject*)) { sExceptionMonitor = monitor; }
 
-void RuntimeRaiseException(RuntimeObject* exception) { RaiseObject(exception, true); }
-void RuntimeReraiseException(RuntimeObject* exception) { RaiseObject(exception, false); }
+// The walk starts at the entry's own frame, whose return address lies in
+// the image. The empty statement after the raise keeps it from being a
+// tail call, which would give that frame up before the walk patches it.
+void RuntimeRaiseException(RuntimeObject* exception) {
+  RaiseObject(exception, true, (uintptr_t)__builtin_frame_address(0));
+  asm volatile("" ::: "memory");
+}
+
+void RuntimeReraiseException(RuntimeObject* exception) {
+  RaiseObject(exception, false, (uintptr_t)__builtin_frame_address(0));
+  asm volatile("" ::: "memory");
+}
 
 RuntimeObject* RuntimeTakeException() {
-  RuntimeAbortPoint* point = GetRunAbortPoint();
+  RuntimeAbortPoint* point = gRunAbortPoint;
   if (!point) return nullptr;
   RuntimeObject* exception = point->mInFlight;
   point->mInFlight = nullptr;
@@ -238,7 +260,7 @@ void RuntimeCheckStack() {
 void RaiseExceptionClass(RuntimeClass* c) {
   if (!BeginRaise()) return;
   if (RuntimeObject* exception = MakeException(c)) {
-    RaiseObject(exception, true);
+    RaiseObjectHere(exception);
     RuntimeUnlockObject(exception);
   }
 }

@@ -41,6 +41,8 @@
 
 class HandlerTable;
 
+constexpr uint32_t kNoRaiseOffset = 0xFFFFFFFFu;
+
 struct RuntimeAbortPoint {
   jmp_buf mJump;
   RuntimeAbortPoint* mOuter;
@@ -53,8 +55,9 @@ struct RuntimeAbortPoint {
   uintptr_t mBoundary;
   // Holds one reference between a raise and its resume point.
   RuntimeObject* mInFlight;
-  // The line (from 0) of the last first raise; kNoLine when none is known.
-  int32_t mRaiseLine;
+  // The image offset of the first return address into the image on the
+  // walk of the last first raise (the raise site), or kNoRaiseOffset.
+  uint32_t mRaiseOffset;
   // The stack limit of the run around this one, given back at the end.
   uintptr_t mOuterStackLimit;
 };

@@ -9,7 +9,6 @@ namespace {
 struct RunWords {
   KvScriptCorrespondent* correspondent;
   RuntimeVtableBlock* vtables;
-  RuntimeAbortPoint* abortPoint;
   RuntimeClass* libraryClasses[kLibraryClassCount];
 };
 
@@ -18,6 +17,7 @@ RunWords sRun = {};
 }  // namespace
 
 RuntimeClass* mClassList = nullptr;
+RuntimeAbortPoint* gRunAbortPoint = nullptr;
 
 void KvScriptCorrespondent::ScriptError(RuntimeErrorCode, unsigned long) {}
 void KvScriptCorrespondent::Print(char const*, unsigned long) {}
@@ -27,6 +27,7 @@ void KvScriptCorrespondent::ScriptYield() {}
 void InitKvScriptRuntime() {
   sRun = RunWords{};
   mClassList = nullptr;
+  gRunAbortPoint = nullptr;
 }
 
 void SetRuntimeCorrespondent(KvScriptCorrespondent* correspondent) {
@@ -51,13 +52,12 @@ void ExitKvScriptRuntime() {
 
 RuntimeVtableBlock* GetRunVtables() { return sRun.vtables; }
 void SetRunVtables(RuntimeVtableBlock* vtables) { sRun.vtables = vtables; }
-RuntimeAbortPoint* GetRunAbortPoint() { return sRun.abortPoint; }
-void SetRunAbortPoint(RuntimeAbortPoint* point) { sRun.abortPoint = point; }
+void SetRunAbortPoint(RuntimeAbortPoint* point) { gRunAbortPoint = point; }
 RuntimeClass* GetLibraryClass(LibraryClass which) { return sRun.libraryClasses[which]; }
 void SetLibraryClass(LibraryClass which, RuntimeClass* c) { sRun.libraryClasses[which] = c; }
 
 RunState CurrentRunState() {
-  RunState state = {sRun.correspondent, mClassList, sRun.vtables, sRun.abortPoint, {}};
+  RunState state = {sRun.correspondent, mClassList, sRun.vtables, gRunAbortPoint, {}};
   for (int i = 0; i < kLibraryClassCount; ++i) state.libraryClasses[i] = sRun.libraryClasses[i];
   return state;
 }
@@ -66,7 +66,7 @@ void RestoreRunState(RunState const& state) {
   sRun.correspondent = state.correspondent;
   mClassList = state.classes;
   sRun.vtables = state.vtables;
-  sRun.abortPoint = state.abortPoint;
+  gRunAbortPoint = state.abortPoint;
   for (int i = 0; i < kLibraryClassCount; ++i) sRun.libraryClasses[i] = state.libraryClasses[i];
 }
 

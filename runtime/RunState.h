@@ -78,7 +78,10 @@ void ExitKvScriptRuntime();
 
 RuntimeVtableBlock* GetRunVtables();
 void SetRunVtables(RuntimeVtableBlock* vtables);
-RuntimeAbortPoint* GetRunAbortPoint();
+// The innermost run's abort point, read on every raise: a plain word, so
+// that the raise path makes no call to find it.
+extern RuntimeAbortPoint* gRunAbortPoint;
+inline RuntimeAbortPoint* GetRunAbortPoint() { return gRunAbortPoint; }
 void SetRunAbortPoint(RuntimeAbortPoint* point);
 RuntimeClass* GetLibraryClass(LibraryClass which);
 void SetLibraryClass(LibraryClass which, RuntimeClass* c);

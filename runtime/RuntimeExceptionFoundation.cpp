@@ -85,7 +85,7 @@ int32_t HandlerTable::Remembered(CachedAnswer* cache, uint32_t returnOffset,
   return cached.answer;
 }
 
-int32_t HandlerTable::FindHandler(uint32_t returnOffset) const {
+int32_t HandlerTable::FindHandlerMissed(uint32_t returnOffset) const {
   return Remembered(mCache, returnOffset, &HandlerTable::SearchHandler);
 }
 

@@ -72,7 +72,12 @@ public:
 
   // The resume point (an image offset) that takes an exception raised from
   // the call whose return address is `returnOffset`; kNoHandler where none does.
-  int32_t FindHandler(uint32_t returnOffset) const;
+  int32_t FindHandler(uint32_t returnOffset) const {
+    // A loop that raises asks about the same few call sites each round.
+    CachedAnswer const& cached = mCache[returnOffset % kCacheSize];
+    if (cached.returnOffset == returnOffset && returnOffset != 0) return cached.answer;
+    return FindHandlerMissed(returnOffset);
+  }
   // The source line of the call whose return address is `returnOffset`;
   // kNoLine where none is known.
   int32_t FindLine(uint32_t returnOffset) const;
@@ -98,6 +103,7 @@ private:
   Function const* FunctionAt(uint32_t returnOffset, uint32_t* eventEnd, uint32_t* lineEnd) const;
 
   int32_t SearchHandler(uint32_t returnOffset) const;
+  int32_t FindHandlerMissed(uint32_t returnOffset) const;
   int32_t SearchLine(uint32_t returnOffset) const;
 
   std::vector<Function> mFunctions;

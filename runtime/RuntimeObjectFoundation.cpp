@@ -80,13 +80,20 @@ void InheritTables(RuntimeClass* c, RuntimeClass const* parent) {
 }
 
 // Base classes first, so a subclass's initial values may rest on its parent's.
+// Every New runs this, so the chain is walked once, without a call per
+// class; a chain deeper than the buffer has its upper part run first by
+// recursion.
 void RunInitializers(RuntimeClass* c, RuntimeObject* object) {
-  if (!c) return;
-  RunInitializers(c->mParent, object);
-  if (c->mInitializer) c->mInitializer(object);
+  constexpr int kPendingRoom = 32;
+  RuntimeObjectProc pending[kPendingRoom];
+  int count = 0;
+  for (; c && count < kPendingRoom; c = c->mParent)
+    if (c->mInitializer) pending[count++] = c->mInitializer;
+  if (c) RunInitializers(c, object);
+  while (count > 0) pending[--count](object);
 }
 
-void FreeObjectMemory(RuntimeObject* object) {
+inline __attribute__((always_inline)) void FreeObjectMemory(RuntimeObject* object) {
   RuntimeClass* c = object->mClass;
   if (object->mEvents && object->mEvents != c->mEvents)
     OSfreelen(reinterpret_cast<char*>(object->mEvents), (int)(c->mEventSlotCount * sizeof(RuntimeMethodEntry)));
@@ -95,7 +102,7 @@ void FreeObjectMemory(RuntimeObject* object) {
   --sCurrentObjectCount;
 }
 
-void Destroy1Instance(RuntimeObject* object) {
+inline __attribute__((always_inline)) void Destroy1Instance(RuntimeObject* object) {
   for (RuntimeClass* c = object->mClass; c; c = c->mParent)
     if (c->mFinalizer) c->mFinalizer(object);
   if (sObjectDestructionMonitor) sObjectDestructionMonitor(object);
