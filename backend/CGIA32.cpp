@@ -1268,6 +1268,29 @@ void CGIA32::tac_Baseref(TacLine const& line) {
 void CGIA32::tac_BeginTry(TacLine const&) { currentFunction->MarkHandlerEvent(kHandlerTryBegin); }
 void CGIA32::tac_EndTry(TacLine const&) { currentFunction->MarkHandlerEvent(kHandlerTryEnd); }
 
+// A method's default handler whose code only releases frame slots and
+// passes the exception on (unlocks, then "if caught = 0 skip; re-raise
+// caught") is recorded with those slots: the raise path may then pass the
+// frame by when the slots hold nothing (runtime/RunAbort.cpp). Anything
+// else in the handler, or a slot outside the frame, and it is not recorded.
+void CGIA32::NotePassThroughHandler(TacLine const& line, int start, int resume) {
+  if (line.a == nilTacAddr) return;
+  SimpleVector<int32_t> slots;
+  TacLine const* l = line.next;
+  for (; l && l->opcode == ::tac_Unlock; l = l->next) {
+    if (l->a->GetStorageClass() != LocalStorage) return;
+    slots.push_back(LocalDisplacement(l->a));
+  }
+  if (!l || l->opcode != ::tac_IfEQI || l->a != line.a) return;
+  l = l->next;
+  if (!l || l->opcode != ::tac_PutParam || l->a != line.a) return;
+  l = l->next;
+  if (!l || l->opcode != ::tac_Intrinsic || l->a->GetValue().sint32 != kIntrinsicRuntimeReraiseException) return;
+  currentFunction->handlerEvents.push_back(HandlerEvent{kHandlerPassThrough, start, resume});
+  for (unsigned long i = 0; i < slots.size(); ++i)
+    currentFunction->handlerEvents.push_back(HandlerEvent{kHandlerReleaseSlot, start, slots[i]});
+}
+
 // A handler's entry: normal flow jumps over the resume point, to the label
 // behind the handler or, with none, into the handler's code. The raise path
 // returns into the resume point from a function this one called, with the
@@ -1282,6 +1305,7 @@ void CGIA32::tac_HandleException(TacLine const& line) {
   ia32_jmp(fallsIn ? 0 : FindLabel(line.c->GetValue().sint32, 1));
   int resume = CodeBufferLength();
   currentFunction->handlerEvents.push_back(HandlerEvent{kHandlerSwitch, start, resume});
+  NotePassThroughHandler(line, start, resume);
   InvalidateRegisters();
   int s = -StoredESPOffset();
   ia32_mov(ModDisp(s), kESP, kEBP, s);

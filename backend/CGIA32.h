@@ -285,6 +285,7 @@ private:
   // about to reach 0, and leaves nothing known of the registers.
   void LockObjectInline(int r, int c);
   void UnlockObjectInline(int r, int c);
+  void NotePassThroughHandler(TacLine const& line, int start, int resume);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
   void WriteProlog(int reserve);

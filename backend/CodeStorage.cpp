@@ -161,7 +161,8 @@ void FunctionBlock::Append(Ref<FunctionBlock> other) {
   for (unsigned long i = 0; i < events; ++i) {
     HandlerEvent moved = other->handlerEvents[i];
     moved.offset += (int32_t)length;
-    moved.resume += (int32_t)length;
+    // A released slot's word is a frame displacement, not a code offset.
+    if (moved.kind != kHandlerReleaseSlot) moved.resume += (int32_t)length;
     handlerEvents.push_back(moved);
   }
   unsigned long lines = other->raiseLines.size();

@@ -55,6 +55,31 @@ RuntimeObject* MakeException(RuntimeClass* c) {
   return exception;
 }
 
+// Whether the frame of a script function whose pass-through default handler
+// `answer` names (entered by its frame pointer `ebp`) may be left without
+// running that handler: every slot the handler would release is empty, or
+// holds the exception being raised.
+bool CanPassBy(HandlerTable const* handlers, HandlerTable::Answer const& answer, uintptr_t ebp,
+               RuntimeObject* exception) {
+  for (int32_t i = 0; i < answer.slotCount; ++i) {
+    uintptr_t value = *reinterpret_cast<uintptr_t*>(ebp + handlers->Slot(answer.slotFirst + i));
+    if (value != 0 && value != (uintptr_t)exception) return false;
+  }
+  return true;
+}
+
+// Drops the references such a frame's slots hold on the exception. The
+// raise holds one more, so no count reaches 0 here and nothing is destroyed.
+void ReleaseFromSlots(HandlerTable const* handlers, HandlerTable::Answer const& answer, uintptr_t ebp,
+                      RuntimeObject* exception) {
+  for (int32_t i = 0; i < answer.slotCount; ++i) {
+    uintptr_t* slot = reinterpret_cast<uintptr_t*>(ebp + handlers->Slot(answer.slotFirst + i));
+    if (*slot != (uintptr_t)exception) continue;
+    *slot = 0;
+    if (exception->mLockCount > 1) --exception->mLockCount;
+  }
+}
+
 // Looks for a handler from `frame` up to the run's boundary; on a hit the
 // return address of the frame it is found through is made the handler's
 // resume point. `frame` is the frame of a library function on the chain
@@ -62,28 +87,63 @@ RuntimeObject* MakeException(RuntimeClass* c) {
 // the first raise of an exception the first return address inside the
 // image is kept: it gives the raise line, should the exception go
 // unhandled.
+//
+// A script function called by script code, whose default handler would
+// only release slots that hold nothing of its own and pass the exception
+// on, is passed by: the frame that returns into the first such function is
+// given both the handler's frame pointer and its resume point, so that its
+// return lands in the handler's frame directly (the handler reloads esp
+// from its own frame). Where the walk meets, behind passed-by functions, a
+// script frame without a handler, the last one passed by runs its default
+// handler after all, as it would have without passing.
 __attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* point, uintptr_t frame,
                                                             bool first) {
   uintptr_t const boundary = point->mBoundary;
   HandlerTable const* handlers = point->mHandlers;
   if (!handlers) return false;
   bool offsetWanted = first;
+  // The frame that returns into the first function passed by, the one that
+  // returns into the last, and the last one's default handler.
+  uintptr_t volatile* patch = nullptr;
+  uintptr_t volatile* lastVia = nullptr;
+  int32_t lastResume = kNoHandler;
+  auto resumeAt = [&](uintptr_t volatile* via, int32_t resume) {
+    uintptr_t volatile* target = patch ? patch : via;
+    target[0] = via[0];
+    target[1] = point->mCode + (uint32_t)resume;
+  };
   while (frame < boundary) {
     uintptr_t volatile* words = reinterpret_cast<uintptr_t volatile*>(frame);
     uintptr_t offset = words[1] - point->mCode;
+    // The frame of the function the return address lies in.
+    uintptr_t next = words[0];
+    bool chained = frame < next && next <= boundary;
     if (offset < point->mCodeLength) {
       if (offsetWanted) {
         point->mRaiseOffset = (uint32_t)offset;
         offsetWanted = false;
       }
-      int32_t resume = handlers->FindHandler((uint32_t)offset);
-      if (resume != kNoHandler) {
-        words[1] = point->mCode + (uint32_t)resume;
+      HandlerTable::Answer const& answer = handlers->FindAnswer((uint32_t)offset);
+      if (answer.resume != kNoHandler) {
+        bool calledByScript =
+            chained && reinterpret_cast<uintptr_t volatile*>(next)[1] - point->mCode < point->mCodeLength;
+        if (answer.slotCount >= 0 && calledByScript && CanPassBy(handlers, answer, next, point->mInFlight)) {
+          ReleaseFromSlots(handlers, answer, next, point->mInFlight);
+          if (!patch) patch = words;
+          lastVia = words;
+          lastResume = answer.resume;
+          frame = next;
+          continue;
+        }
+        resumeAt(words, answer.resume);
+        return true;
+      }
+      if (lastVia) {
+        resumeAt(lastVia, lastResume);
         return true;
       }
     }
-    uintptr_t next = words[0];
-    if (!(frame < next && next <= boundary)) break;
+    if (!chained) break;
     frame = next;
   }
   return false;

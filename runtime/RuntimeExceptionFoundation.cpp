@@ -8,10 +8,25 @@ constexpr int64_t kUnmatched = -1;
 }  // namespace
 
 void HandlerTable::AddFunction(uint32_t start, uint32_t end) {
-  mFunctions.push_back(Function{start, end, (uint32_t)mEvents.size(), (uint32_t)mLines.size()});
+  mFunctions.push_back(Function{start, end, (uint32_t)mEvents.size(), (uint32_t)mLines.size(), kNoHandler,
+                                (uint32_t)mSlots.size(), 0, false});
 }
 
 void HandlerTable::AddEvent(HandlerEventKind kind, uint32_t offset, uint32_t resume) {
+  if (kind == kHandlerPassThrough || kind == kHandlerReleaseSlot) {
+    if (mFunctions.empty()) return;
+    Function& f = mFunctions.back();
+    if (kind == kHandlerPassThrough) {
+      // One per function; a second would make the slots ambiguous, and then
+      // neither passes.
+      f.passResume = f.passSeen ? kNoHandler : (int32_t)resume;
+      f.passSeen = true;
+    } else {
+      mSlots.push_back((int32_t)resume);
+      ++f.slotCount;
+    }
+    return;
+  }
   mEvents.push_back(Event{offset, kind, resume, kNoHandler});
 }
 
@@ -31,7 +46,7 @@ void HandlerTable::AddLine(uint32_t offset, int32_t line) {
 // depth 0, so nothing after it is found.
 void HandlerTable::Finish() {
   for (CachedAnswer& cached : mCache) cached = CachedAnswer();
-  for (CachedAnswer& cached : mLineCache) cached = CachedAnswer();
+  for (CachedLine& cached : mLineCache) cached = CachedLine();
   for (size_t f = 0; f < mFunctions.size(); ++f) {
     size_t first = mFunctions[f].firstEvent;
     size_t last = f + 1 < mFunctions.size() ? mFunctions[f + 1].firstEvent : mEvents.size();
@@ -75,33 +90,38 @@ HandlerTable::Function const* HandlerTable::FunctionAt(uint32_t returnOffset, ui
   return &*it;
 }
 
-int32_t HandlerTable::Remembered(CachedAnswer* cache, uint32_t returnOffset,
-                                 int32_t (HandlerTable::*search)(uint32_t) const) const {
-  CachedAnswer& cached = cache[returnOffset % kCacheSize];
-  if (returnOffset == 0 || cached.returnOffset != returnOffset) {
-    cached.returnOffset = returnOffset;
-    cached.answer = (this->*search)(returnOffset);
-  }
+HandlerTable::Answer const& HandlerTable::FindAnswerMissed(uint32_t returnOffset) const {
+  CachedAnswer& cached = mCache[returnOffset % kCacheSize];
+  cached.returnOffset = returnOffset;
+  cached.answer = SearchAnswer(returnOffset);
   return cached.answer;
 }
 
-int32_t HandlerTable::FindHandlerMissed(uint32_t returnOffset) const {
-  return Remembered(mCache, returnOffset, &HandlerTable::SearchHandler);
-}
-
-int32_t HandlerTable::SearchHandler(uint32_t returnOffset) const {
+HandlerTable::Answer HandlerTable::SearchAnswer(uint32_t returnOffset) const {
+  Answer answer;
   uint32_t eventEnd = 0, lineEnd = 0;
   Function const* f = FunctionAt(returnOffset, &eventEnd, &lineEnd);
-  if (!f) return kNoHandler;
+  if (!f) return answer;
   auto begin = mEvents.begin() + f->firstEvent;
   auto end = mEvents.begin() + eventEnd;
   auto it = std::lower_bound(begin, end, returnOffset,
                              [](Event const& e, uint32_t x) { return e.offset < x; });
-  return it == end ? kNoHandler : it->answer;
+  if (it == end) return answer;
+  answer.resume = it->answer;
+  if (answer.resume != kNoHandler && answer.resume == f->passResume) {
+    answer.slotFirst = (int32_t)f->firstSlot;
+    answer.slotCount = (int32_t)f->slotCount;
+  }
+  return answer;
 }
 
 int32_t HandlerTable::FindLine(uint32_t returnOffset) const {
-  return Remembered(mLineCache, returnOffset, &HandlerTable::SearchLine);
+  CachedLine& cached = mLineCache[returnOffset % kCacheSize];
+  if (returnOffset == 0 || cached.returnOffset != returnOffset) {
+    cached.returnOffset = returnOffset;
+    cached.line = SearchLine(returnOffset);
+  }
+  return cached.line;
 }
 
 int32_t HandlerTable::SearchLine(uint32_t returnOffset) const {

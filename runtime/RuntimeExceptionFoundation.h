@@ -27,6 +27,7 @@
 // - Offsets are from the start of the image.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -45,6 +46,11 @@ enum HandlerEventKind : int32_t {
   kHandlerTryBegin = 0,
   kHandlerTryEnd = 1,
   kHandlerSwitch = 2,  // a handler's entry; `resume` is its resume point
+  // The function's default handler, entered at `resume`, does nothing but
+  // release the frame slots of the release-slot events that follow it and
+  // pass the exception on. Neither kind takes part in the search.
+  kHandlerPassThrough = 3,
+  kHandlerReleaseSlot = 4,  // `resume` is the slot's displacement from ebp
 };
 
 // One recorded event of a function, at a code offset.
@@ -70,14 +76,25 @@ public:
   // Works out the answer for every event.
   void Finish();
 
-  // The resume point (an image offset) that takes an exception raised from
-  // the call whose return address is `returnOffset`; kNoHandler where none does.
-  int32_t FindHandler(uint32_t returnOffset) const {
+  // What takes an exception raised from the call whose return address is
+  // `returnOffset`: the resume point (an image offset, kNoHandler where none
+  // does), and, where that is its function's pass-through default handler,
+  // the slots that handler releases (mSlots[slotFirst, slotFirst +
+  // slotCount)); slotCount is -1 otherwise.
+  struct Answer {
+    int32_t resume = kNoHandler;
+    int32_t slotFirst = 0;
+    int32_t slotCount = -1;
+  };
+  Answer const& FindAnswer(uint32_t returnOffset) const {
     // A loop that raises asks about the same few call sites each round.
     CachedAnswer const& cached = mCache[returnOffset % kCacheSize];
     if (cached.returnOffset == returnOffset && returnOffset != 0) return cached.answer;
-    return FindHandlerMissed(returnOffset);
+    return FindAnswerMissed(returnOffset);
   }
+  int32_t FindHandler(uint32_t returnOffset) const { return FindAnswer(returnOffset).resume; }
+  // A pass-through handler's slot, by its index in the answer's range.
+  int32_t Slot(int32_t index) const { return mSlots[(size_t)index]; }
   // The source line of the call whose return address is `returnOffset`;
   // kNoLine where none is known.
   int32_t FindLine(uint32_t returnOffset) const;
@@ -90,6 +107,11 @@ private:
     uint32_t end;
     uint32_t firstEvent;
     uint32_t firstLine;
+    // The pass-through default handler's resume point, or kNoHandler.
+    int32_t passResume;
+    uint32_t firstSlot;
+    uint32_t slotCount;
+    bool passSeen;
   };
   struct Event {
     uint32_t offset;
@@ -102,24 +124,26 @@ private:
   // The function holding the instruction just before `returnOffset`, or null.
   Function const* FunctionAt(uint32_t returnOffset, uint32_t* eventEnd, uint32_t* lineEnd) const;
 
-  int32_t SearchHandler(uint32_t returnOffset) const;
-  int32_t FindHandlerMissed(uint32_t returnOffset) const;
+  Answer SearchAnswer(uint32_t returnOffset) const;
+  Answer const& FindAnswerMissed(uint32_t returnOffset) const;
   int32_t SearchLine(uint32_t returnOffset) const;
 
   std::vector<Function> mFunctions;
   std::vector<Event> mEvents;
   std::vector<RaiseLineEntry> mLines;
+  std::vector<int32_t> mSlots;
   // The answers for the return addresses seen last, by the address's low
   // bits: a loop that raises asks about the same few call sites each round.
   // A key of 0 is empty (no call returns to the image's first byte).
   static constexpr uint32_t kCacheSize = 64;
   struct CachedAnswer {
     uint32_t returnOffset = 0;
-    int32_t answer = kNoHandler;
+    Answer answer;
+  };
+  struct CachedLine {
+    uint32_t returnOffset = 0;
+    int32_t line = kNoLine;
   };
   mutable CachedAnswer mCache[kCacheSize];
-  mutable CachedAnswer mLineCache[kCacheSize];
-  // The cache's answer for `returnOffset`, searched for on a miss.
-  int32_t Remembered(CachedAnswer* cache, uint32_t returnOffset,
-                     int32_t (HandlerTable::*search)(uint32_t) const) const;
+  mutable CachedLine mLineCache[kCacheSize];
 };
