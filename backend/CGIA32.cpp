@@ -758,6 +758,13 @@ void CGIA32::DivideEAX(TacLine const& line, bool remainder) {
   int y = LoadTacAddr(line.b, SchemeExclude(kEDX, SchemeExclude(kEAX, kSchemeGeneral)));
   Touch(&registers[kEAX]);
   Touch(&registers[kEDX]);
+  // A literal divisor other than 0 and -1 needs neither test.
+  if (line.b->IsConstant() && line.b->GetValue().sint32 != 0 && line.b->GetValue().sint32 != -1) {
+    ia32_cdq();
+    ia32_idiv(kModRegister, y);
+    StoreTacAddr(remainder ? kEDX : kEAX, line.c);
+    return;
+  }
 
   ia32_cmp_imm8_se(kModRegister, y, 0);
   int byZero = LocalJump(&IA32OpWriter::ia32_je);
