@@ -174,6 +174,7 @@ TEST_F(ArrayRuntime, BadBoundsAndSizesPastTheLimitRaise) {
       CreateArray(3, kArrayElementString, 0x7FFFFFFE, 0x7FFFFFFE, 0x7FFFFFFE),
   };
   EXPECT_EQ(std::count(std::begin(made), std::end(made), nullptr), 4);
+  EXPECT_EQ(NewLinearArray(kArrayElementInteger, 0x7FFFFFFF), nullptr);  // quietly
   EXPECT_EQ(Reports(), (Texts{"OutOfBoundsException", "OutOfMemoryException", "OutOfMemoryException",
                               "OutOfMemoryException"}));
   RuntimeArray* empty = CreateArray(3, kArrayElementInteger, 100000, 100000, -1);
