@@ -249,7 +249,7 @@ void* SortAll(void*) {
     inputs[2][i] = 5;
     inputs[3][i] = i < n / 2 ? i : n - i;
   }
-  inputs[4] = MiddleIsLargest(12000);
+  inputs[4] = MiddleIsLargest(6000);
   for (std::vector<int>& input : inputs) {
     RuntimeArray* a = CreateArray(1, kArrayElementInteger, (int)input.size() - 1);
     int* sorted = reinterpret_cast<int*>(a->mData);
@@ -265,7 +265,7 @@ void* SortAll(void*) {
 TEST_F(ArrayRuntime, SortStaysShallowOnItsWorstInputs) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_attr_setstacksize(&attributes, 128 * 1024);
   pthread_t thread;
   ASSERT_EQ(pthread_create(&thread, &attributes, SortAll, nullptr), 0);
   pthread_join(thread, nullptr);
