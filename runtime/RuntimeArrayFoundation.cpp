@@ -26,6 +26,13 @@ void (*sArrayDestructionMonitor)(RuntimeArray*) = nullptr;
 
 void RaiseOutOfMemory() { RaiseExceptionClass(OutOfMemoryExceptionLookup()); }
 
+// The accessors reach other libraries' functions only through these local
+// ones: a call within the file needs no position-independent set-up, so
+// the accessors' common path has none either.
+[[gnu::noinline, gnu::cold]] void RaiseOutOfBounds() { RaiseOutOfBoundsException(); }
+[[gnu::noinline]] void ReleaseString(stringStorage* s) { RuntimeUnlockString(s); }
+[[gnu::noinline]] void ReleaseObject(RuntimeObject* o) { RuntimeUnlockObject(o); }
+
 // An index outside 0..upperBound; an upper bound of -1 lets none through.
 inline bool Outside(int32_t index, int32_t upperBound) {
   return (uint32_t)index >= (uint32_t)upperBound + 1u;
@@ -144,7 +151,13 @@ struct StringKind {
   static void Lock(T s) {
     if (s) s->AddReference();
   }
-  static void Unlock(T s) { RuntimeUnlockString(s); }
+  // Only the last release goes out of line.
+  static void Unlock(T s) {
+    if (s && s->mRefCount > 1)
+      --s->mRefCount;
+    else if (s)
+      ReleaseString(s);
+  }
   static bool Greater(T a, T b) { return CompareStringsInternal(a, b) > 0; }
   static bool Less(T a, T b) { return CompareStringsInternal(a, b) < 0; }
   using Needle = StringNeedle;
@@ -158,7 +171,12 @@ struct ObjectKind {
   static void Lock(T o) {
     if (o && o->mLockCount > 0) ++o->mLockCount;
   }
-  static void Unlock(T o) { RuntimeUnlockObject(o); }
+  static void Unlock(T o) {
+    if (o && o->mLockCount > 1)
+      --o->mLockCount;
+    else if (o)
+      ReleaseObject(o);
+  }
   static bool Greater(T, T) { return false; }
   static bool Less(T, T) { return false; }
   using Needle = SameValue<T>;
@@ -196,7 +214,7 @@ void DropBlock(char* block, int32_t bytes, int64_t count) {
 template <class K>
 typename K::T GetLinear(RuntimeArray* a, int index) {
   if (Outside(index, a->mUpperBounds[0])) {
-    RaiseOutOfBoundsException();
+    RaiseOutOfBounds();
     return typename K::T();
   }
   typename K::T element = Elements<K>(a)[index];
@@ -225,7 +243,7 @@ inline void Store(RuntimeArray* a, typename K::T value, int32_t position) {
 template <class K>
 void SetLinear(RuntimeArray* a, typename K::T value, int index) {
   if (Outside(index, a->mUpperBounds[0])) {
-    RaiseOutOfBoundsException();
+    RaiseOutOfBounds();
     return;
   }
   Store<K>(a, value, index);
@@ -245,7 +263,7 @@ int32_t Position(RuntimeArray* a, va_list args) {
     int32_t index = va_arg(args, int);
     int32_t upperBound = a->mUpperBounds[d];
     if (kChecked && Outside(index, upperBound)) {
-      RaiseOutOfBoundsException();
+      RaiseOutOfBounds();
       return -1;
     }
     position += index * stride;
