@@ -130,6 +130,7 @@ void Print(stringStorage* text) {
 // needs them, so that a raise when memory is short need not make one, and a
 // script's Catch of one of them names the same record.
 void RuntimeInit() {
+  OutOfMemoryExceptionLookup();
   NilObjectExceptionLookup();
   IllegalCastExceptionLookup();
   OutOfBoundsExceptionLookup();
