@@ -37,11 +37,8 @@ TEST_F(MinerHostLibrary, HandCheckedRows) {
       {"Function InStr(Extends haystack As String, start As Integer=0, needle As String) As Integer",
        "$InStr%i%sis"},
       {"Function RGB(r As Integer, g As Integer, b As Integer) As Color", "RGB%c%iii"},
-      // A bare "=" takes the closing parenthesis as its default, so the list
-      // reads on: the result's type retypes that parameter, and there is no
-      // result.
-      {"Function Join(Extends fields() As String, delimiter As String=) As String", "$Join%%Ass"},
-      {"Function Split(source As String, delimiter As String=) As String()", "Split%%ss"},
+      {"Function Join(Extends fields() As String, delimiter As String=\" \") As String", "$Join%s%Ass"},
+      {"Function Split(source As String, delimiter As String=\" \") As String()", "Split%As%ss"},
   };
   for (auto const& row : kRows) {
     FunctionDeclaration* f = ExtractMethodDeclaration(row.declaration, nullptr);
