@@ -146,6 +146,23 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
   return result;
 }
 
+// A new one-dimensional array of `target`'s elements, each checked against
+// the class of `value`'s elements as the run-time copies it.
+Ref<SemBase> CompileArrayElementCast(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
+  if (value->GetType().GetDimensions() != 1) {
+    Error(ArrayCastDimensions, value->Location());
+    return value;
+  }
+  Ref<SemBase> record = LookupClassRecord(value->GetType().GetClass(), &value->Location());
+  Ref<SemBase> r = code->NewTemp(target, nullptr);
+  ResetReturnTemp(r->GetAddr(), code);
+  if (record->Code()) code->Append(record);
+  code->AddLine(tac_PutParam, value->GetAddr(), nilTacAddr, nilTacAddr);
+  code->AddLine(tac_PutParam, record->GetAddr(), nilTacAddr, nilTacAddr);
+  code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeCreateArrayCastWrapper), nilTacAddr, r->GetAddr());
+  return r;
+}
+
 }  // namespace
 
 ClassDeclaration* LookupClassByName(string const& name) {
@@ -270,10 +287,7 @@ Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemB
   }
   if (target.GetMainType() == kTypeObject && IsNilConstant(value)) return value;
   if (IsImplicitUpcast(target, source) || IsInterfaceCast(target, source)) return value;
-  if (IsArrayElementNarrowingCast(target, source)) {
-    ReportNotYetSupported("array cast", &value->Location());
-    return value;
-  }
+  if (IsArrayElementNarrowingCast(target, source)) return CompileArrayElementCast(value, target, code);
   if (IsOperatorConversion(target, source)) return CompileOperatorConversion(value, target, code);
   ReportMismatch(target, value);
   return value;
