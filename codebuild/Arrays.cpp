@@ -6,7 +6,6 @@
 #include "codebuild/Expressions.h"
 #include "codebuild/Placeholders.h"
 #include "diag/CompileError.h"
-#include "foundation/StringMap.h"
 #include "frontend/Lexer.h"
 #include "frontend/SrcContext.h"
 #include "ir/Intrinsics.h"
@@ -323,14 +322,9 @@ Ref<SemBase> CompileArrayFactory(Ref<SemBase> elements, IRDataType type) {
   return TraceRoutine("CompileArrayFactory", result, {elements});
 }
 
-bool IsPotentialArrayMethodName(string const& name) {
-  static StringMap<int>* sNames = nullptr;
-  if (!sNames) {
-    sNames = new StringMap<int>();
-    for (ArrayMethod const& m : kArrayMethods) sNames->AddEntry(string(m.name), 1);
-  }
-  return sNames->HasEntry(name);
-}
+// A scan of seven names: a set made once would hold counted strings past
+// the end of every run.
+bool IsPotentialArrayMethodName(string const& name) { return FindArrayMethod(name) != nullptr; }
 
 bool ArrayMethodGivesValue(string const& name) { return name == "Pop" || name == "IndexOf"; }
 

@@ -312,7 +312,9 @@ Ref<SemBase> CompileNextEachLoop(Ref<SemBase> name, Ref<SemBase> array, Ref<SemB
   Place(top, header);
   Ref<SemBase> bound = ArrayFirstUpperBound(held, header);
   header->AddLine(tac_IfLTI, bound->GetAddr(), index->GetAddr(), exit);
-  Ref<SemBase> element = GetArrayElement(held, index);
+  // The element stands where the array was written: a mismatch with the
+  // variable is reported there.
+  Ref<SemBase> element = GetArrayElement(SemValue::New(held->GetAddr(), &array->Location()), index);
   header->Append(FilterTemporaryVariables(AssignVariable(name, element)));
   header->AddLine(tac_AddI, index->GetAddr(), gTacOne, index->GetAddr());
   AppendCode(header, body);
