@@ -13,6 +13,8 @@
 
 #include "foundation/String.h"
 #include "host/StandInHost.h"
+#include "runtime/RunAbort.h"
+#include "runtime/RuntimeArrayFoundation.h"
 
 namespace {
 
@@ -420,6 +422,53 @@ stringStorage* runLTrim(stringStorage* text) { return Trimmed(text, true, false)
 stringStorage* runRTrim(stringStorage* text) { return Trimmed(text, false, true); }
 stringStorage* runTrim(stringStorage* text) { return Trimmed(text, true, true); }
 
+stringStorage* StringJoin(RuntimeArray* fields, stringStorage* delimiter) {
+  if (!fields) {
+    RaiseNilObjectException();
+    return nullptr;
+  }
+  auto* texts = reinterpret_cast<stringStorage**>(fields->mData);
+  long count = fields->mUpperBounds[0] + 1;
+  std::string out;
+  // The fields' own tag when they all agree with the delimiter's, else UTF-8.
+  unsigned long encoding = delimiter ? delimiter->mEncoding : kEncodingUnknown;
+  bool mixed = false;
+  for (long i = 0; i < count; ++i) {
+    if (i > 0) out.append(stringStorage::CString(delimiter), (size_t)stringStorage::Length(delimiter));
+    stringStorage* field = texts[i];
+    if (!field) continue;
+    out.append(stringStorage::CString(field), (size_t)stringStorage::Length(field));
+    if (encoding == kEncodingUnknown) encoding = field->mEncoding;
+    mixed = mixed || field->mEncoding != encoding;
+  }
+  return NewText(out, mixed || encoding == kEncodingUnknown ? kEncodingUTF8 : encoding);
+}
+
+RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter) {
+  Units t = Characters(source, true), d = Characters(delimiter, true);
+  std::vector<stringStorage*> pieces;
+  size_t first = 0;
+  while (first < t.Count()) {
+    long end = d.Count() ? Find(t, d, first) : (long)first + 1;
+    size_t last = end < 0 ? t.Count() : (size_t)end;
+    pieces.push_back(Slice(t, first, last - first));
+    if (end < 0) break;
+    first = last + d.Count();
+    // A delimiter at the very end leaves one empty field behind it.
+    if (d.Count() && first == t.Count()) pieces.push_back(nullptr);
+  }
+  RuntimeArray* result = CreateArray(1, kArrayElementString, (int)pieces.size() - 1);
+  auto* slots = result ? reinterpret_cast<stringStorage**>(result->mData) : nullptr;
+  // Each piece's reference passes to the array, or goes if there is none.
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    if (slots)
+      slots[i] = pieces[i];
+    else
+      stringStorage::RemoveReference(pieces[i]);
+  }
+  return result;
+}
+
 long StringStrCompare(stringStorage* a, stringStorage* b, long mode) {
   if (mode != 0) return string(a).Compare(string(b));
   Units x = Bytes(a), y = Bytes(b);
@@ -479,7 +528,8 @@ void RegisterHostLibrary() {
       KV_HOST_ENTRY(RuntimeSin),        KV_HOST_ENTRY(RuntimeSqrt),        KV_HOST_ENTRY(RuntimeTan),
       KV_HOST_ENTRY(BitwiseAnd),        KV_HOST_ENTRY(BitwiseOr),          KV_HOST_ENTRY(BitwiseXor),
       KV_HOST_ENTRY(RuntimeRGB),        KV_HOST_ENTRY(RuntimeHSV),         KV_HOST_ENTRY(RuntimeCMY),
-      KV_HOST_ENTRY(rnd),               Row{"RuntimeSign", reinterpret_cast<void*>(&HostSign)},
+      KV_HOST_ENTRY(rnd),               KV_HOST_ENTRY(StringJoin),         KV_HOST_ENTRY(StringSplit),
+      Row{"RuntimeSign", reinterpret_cast<void*>(&HostSign)},
   };
 #undef KV_HOST_ENTRY
   for (Row const& row : rows) StandInDefineEntry(row.name, row.entry);

@@ -17,13 +17,13 @@
 // - A result cut from a text keeps that text's encoding tag; new text is
 //   tagged UTF-8.
 //
-// Join and Split take and make arrays, and Format formats by a pattern:
-// they come with the array run-time and the number formatter.
+// Format formats by a pattern: it comes with the number formatter.
 #pragma once
 
 #include <cstdint>
 
 struct stringStorage;
+struct RuntimeArray;
 
 // Defines every entry below with the stand-in host's resolver. A reset of
 // the stand-in host forgets them, so call it again after each reset.
@@ -79,6 +79,16 @@ stringStorage* StringTitleCase(stringStorage* text);
 stringStorage* runLTrim(stringStorage* text);
 stringStorage* runRTrim(stringStorage* text);
 stringStorage* runTrim(stringStorage* text);
+
+// The elements of a String array with the delimiter between them; a nil
+// array raises NilObjectException and gives "".
+stringStorage* StringJoin(RuntimeArray* fields, stringStorage* delimiter);
+// The fields between delimiters, as CountFields and NthField see them, in a
+// new String array (one reference for the caller): "" gives an empty array
+// (Ubound -1), a delimiter at an end an empty field there. An empty
+// delimiter gives each character as a field of its own, so that Join with
+// "" puts the text together again. Null, having raised, when memory runs out.
+RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter);
 
 // -1, 0 or 1: mode 0 compares bytes exactly, any other mode ignores case.
 long StringStrCompare(stringStorage* a, stringStorage* b, long mode);

@@ -6,6 +6,7 @@
 #include "runtime/ColorFunctions.h"
 #include "runtime/MathRuntime.h"
 #include "runtime/RunAbort.h"
+#include "runtime/RuntimeArrayFoundation.h"
 #include "runtime/RuntimeExceptionFoundation.h"
 #include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
@@ -29,8 +30,8 @@ void* Entry(F* function) {
 }  // namespace
 
 StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
-  // The rows of the array and variant families join as those families are
-  // built; a name without a row fails the link. Two rows are not functions
+  // The rows of the variant family join as that family is built; a name
+  // without a row fails the link. Two rows are not functions
   // of the intrinsic list: the word holding the stack limit, and the call
   // by which a handler takes the exception in flight. An
   // intrinsic's row takes its name from the intrinsic list, so the two
@@ -80,6 +81,13 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {IntrinsicFunctionName(kIntrinsicRuntimeLockObject), Entry(&RuntimeLockObject)},
       {IntrinsicFunctionName(kIntrinsicRuntimeUnlockObject), Entry(&RuntimeUnlockObject)},
       {IntrinsicFunctionName(kIntrinsicRuntimeLockUnlockObjects), Entry(&RuntimeLockUnlockObjects)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeCreateArray), Entry(&CreateArray)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeCreateArrayCastWrapper), Entry(&RuntimeCreateArrayCastWrapper)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeLockArray), Entry(&RuntimeLockArray)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeUnlockArray), Entry(&RuntimeUnlockArray)},
+      {IntrinsicFunctionName(kIntrinsicRuntimeLockUnlockArrays), Entry(&RuntimeLockUnlockArrays)},
+      {"RuntimeUbound", Entry(&RuntimeUBound)},
+      {"RuntimeUbound2Param", Entry(&RuntimeUBound2Param)},
       {"RuntimeExceptionLookup", Entry(&RuntimeExceptionLookup)},
       {"OutOfMemoryExceptionLookup", Entry(&OutOfMemoryExceptionLookup)},
       {"NilObjectExceptionLookup", Entry(&NilObjectExceptionLookup)},
