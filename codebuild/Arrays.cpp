@@ -303,7 +303,12 @@ Ref<SemBase> CompileArrayFactory(Ref<SemBase> elements, IRDataType type) {
       return TraceRoutine("CompileArrayFactory", SemCode::New(IRDataType(kTypeInteger), &where), {elements});
     }
     type = SeeThroughReference(all[0]->GetType());
-    for (unsigned long i = 1; i < all.size(); ++i) type = ComputeCommonType(type, all[i]->GetType());
+    // Objects of one class stay of that class: the common type of two
+    // objects is the root Object.
+    for (unsigned long i = 1; i < all.size(); ++i) {
+      IRDataType next = SeeThroughReference(all[i]->GetType());
+      if (!(next == type)) type = ComputeCommonType(type, next);
+    }
     if (type.Null()) type = SeeThroughReference(all[0]->GetType());
   }
   Ref<SemBase> result = SemCode::New(type.AsArray(1), &where);
