@@ -55,25 +55,36 @@ bool CountSubscripts(IRDataType const& type, SimpleVector<Ref<SemBase>> const& s
   return subscripts.size() == n;
 }
 
-// Pushes `leading`, then each subscript converted to Integer. The
-// subscripts' code runs first, in order, so no call stands between the
-// pushes.
-bool PushArrayArguments(IRDataType const& type, std::initializer_list<TacAddr const*> leading,
-                        Ref<SemBase> subscripts, Ref<SemBase> const& code) {
+// Each subscript converted to Integer, its code appended to `code`.
+bool ConvertSubscripts(IRDataType const& type, Ref<SemBase> subscripts, Ref<SemBase> const& code,
+                       SimpleVector<TacAddr const*>& converted) {
   if (type.GetDimensions() == 0) {
     Error(TooFewSubscripts, WhereOf(subscripts));
     return false;
   }
   SimpleVector<Ref<SemBase>> all = ArgumentVector(subscripts);
   if (!CountSubscripts(type, all, WhereOf(subscripts))) return false;
-  SimpleVector<TacAddr const*> converted;
   for (unsigned long i = 0; i < all.size(); ++i) {
     Ref<SemBase> v = CompileRefAs(all[i], IRDataType(kTypeInteger), code);
     converted.push_back(v ? v->GetAddr() : gTacZero);
   }
-  for (TacAddr const* p : leading) Put(p, code);
-  for (unsigned long i = 0; i < converted.size(); ++i) Put(converted[i], code);
   return true;
+}
+
+// The call of the accessor in `slot` with the array, `value` (a set's, or
+// nilTacAddr) and the subscripts (or Redim's bounds), leaving its value in
+// `dest`. The subscripts run first, so that no code of the script stands
+// between the array's Nil check, the load of its table and the call.
+void CallAccessor(Ref<SemBase> array, IRDataType const& type, int32_t slot, TacAddr const* value,
+                  Ref<SemBase> subscripts, TacAddr const* dest, Ref<SemBase> const& code) {
+  SimpleVector<TacAddr const*> converted;
+  if (!ConvertSubscripts(type, subscripts, code, converted)) return;
+  Ref<SemBase> a = CheckedArrayValue(array, code);
+  TacAddr const* f = LoadSlot(a->GetAddr(), slot, code);
+  Put(a->GetAddr(), code);
+  if (value != nilTacAddr) Put(value, code);
+  for (unsigned long i = 0; i < converted.size(); ++i) Put(converted[i], code);
+  code->AddLine(tac_CallPtrVarargs, f, nilTacAddr, dest);
 }
 
 // The type of an array operand, seeing through a reference; the null type
@@ -260,11 +271,9 @@ Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts) {
   SourceLocation where = subscripts ? array->Location() + subscripts->Location() : array->Location();
   if (type.Null()) return SemCode::New(IRDataType(), &where);
   Ref<SemBase> result = SemCode::New(type.AsElement(), &where);
-  Ref<SemBase> a = CheckedArrayValue(array, result);
   ResetReturnTemp(result->GetAddr(), result);
-  TacAddr const* f = LoadSlot(a->GetAddr(), BoundsChecked() ? kArrayGetSlot : kArrayGetFastSlot, result);
-  if (PushArrayArguments(type, {a->GetAddr()}, subscripts, result))
-    result->AddLine(tac_CallPtrVarargs, f, nilTacAddr, result->GetAddr());
+  int32_t slot = BoundsChecked() ? kArrayGetSlot : kArrayGetFastSlot;
+  CallAccessor(array, type, slot, nilTacAddr, subscripts, result->GetAddr(), result);
   return result;
 }
 
@@ -272,25 +281,16 @@ void SetArrayElementValue(Ref<SemBase> array, Ref<SemBase> subscripts, Ref<SemBa
   if (!array || !code) return;
   IRDataType type = ArrayTypeOf(array);
   if (type.Null() || !value || IsReportedFailure(value)) return;
-  Ref<SemBase> a = CheckedArrayValue(array, code);
   Ref<SemBase> v = CompileRefAs(value, type.AsElement(), code);
   if (!v) return;
-  TacAddr const* f = LoadSlot(a->GetAddr(), BoundsChecked() ? kArraySetSlot : kArraySetFastSlot, code);
-  if (PushArrayArguments(type, {a->GetAddr(), v->GetAddr()}, subscripts, code))
-    code->AddLine(tac_CallPtrVarargs, f, nilTacAddr, nilTacAddr);
+  int32_t slot = BoundsChecked() ? kArraySetSlot : kArraySetFastSlot;
+  CallAccessor(array, type, slot, v->GetAddr(), subscripts, nilTacAddr, code);
 }
 
 Ref<SemBase> CompileRedim(Ref<SemBase> array, Ref<SemBase> bounds) {
   Ref<SemBase> result = SemCode::New(IRDataType(), array ? &array->Location() : nullptr);
-  if (!array || IsReportedFailure(array)) return TraceRoutine("CompileRedim", result, {array, bounds});
-  IRDataType type = ArrayTypeOf(array);
-  if (type.Null()) return TraceRoutine("CompileRedim", result, {array, bounds});
-  SimpleVector<Ref<SemBase>> all = ArgumentVector(bounds);
-  if (!CountSubscripts(type, all, WhereOf(bounds))) return TraceRoutine("CompileRedim", result, {array, bounds});
-  Ref<SemBase> a = CheckedArrayValue(array, result);
-  TacAddr const* f = LoadSlot(a->GetAddr(), kArrayRedimSlot, result);
-  if (PushArrayArguments(type, {a->GetAddr()}, bounds, result))
-    result->AddLine(tac_CallPtrVarargs, f, nilTacAddr, nilTacAddr);
+  IRDataType type = array && !IsReportedFailure(array) ? ArrayTypeOf(array) : IRDataType();
+  if (!type.Null()) CallAccessor(array, type, kArrayRedimSlot, nilTacAddr, bounds, nilTacAddr, result);
   return TraceRoutine("CompileRedim", result, {array, bounds});
 }
 
