@@ -71,6 +71,47 @@ bool ConvertSubscripts(IRDataType const& type, Ref<SemBase> subscripts, Ref<SemB
   return true;
 }
 
+// One-dimensional Integer and Double arrays are read and written in line:
+// the bounds test, then the element's place in the block. An index outside
+// the bounds goes to the library's checked accessor, which raises.
+bool IsInlineAccess(IRDataType const& type, int32_t slot) {
+  SimpleDataType e = type.GetElementType();
+  return type.GetDimensions() == 1 && (e == kTypeInteger || e == kTypeDouble) && slot != kArrayRedimSlot;
+}
+
+void InlineAccess(TacAddr const* a, IRDataType const& type, int32_t slot, TacAddr const* value,
+                  TacAddr const* index, TacAddr const* dest, Ref<SemBase> const& code) {
+  bool isSet = slot == kArraySetSlot || slot == kArraySetFastSlot;
+  bool checked = slot == kArrayGetSlot || slot == kArraySetSlot;
+  bool wide = type.GetElementType() == kTypeDouble;
+  TacAddr const* slow = checked ? NewLabel() : nullptr;
+  if (checked) {
+    Ref<SemBase> bound = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+    code->AddLine(tac_IfLTI, index, gTacZero, slow);
+    code->AddLine(tac_PeekI, a, Lit(kArrayUpperBoundsOffset), bound->GetAddr());
+    code->AddLine(tac_IfLTI, bound->GetAddr(), index, slow);
+  }
+  // The element's address: the block plus the index times 4 or 8.
+  Ref<SemBase> place = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+  TacAddr const* p = place->GetAddr();
+  code->AddLine(tac_AddI, index, index, p);
+  code->AddLine(tac_AddI, p, p, p);
+  if (wide) code->AddLine(tac_AddI, p, p, p);
+  Ref<SemBase> data = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+  code->AddLine(tac_PeekI, a, Lit(kArrayDataOffset), data->GetAddr());
+  code->AddLine(tac_AddI, data->GetAddr(), p, p);
+  if (isSet) code->AddLine(wide ? tac_PokeD : tac_PokeI, value, gTacZero, p);
+  else code->AddLine(wide ? tac_PeekD : tac_PeekI, p, gTacZero, dest);
+  if (!checked) return;
+  TacAddr const* end = NewLabel();
+  code->AddLine(tac_Jump, nilTacAddr, nilTacAddr, end);
+  code->AddLine(tac_Label, slow, nilTacAddr, nilTacAddr);
+  TacAddr const* f = LoadSlot(a, slot, code);
+  if (isSet) CallSlot(tac_CallPtrVarargs, f, {a, value, index}, nilTacAddr, code);
+  else CallSlot(tac_CallPtrVarargs, f, {a, index}, dest, code);
+  code->AddLine(tac_Label, end, nilTacAddr, nilTacAddr);
+}
+
 // The call of the accessor in `slot` with the array, `value` (a set's, or
 // nilTacAddr) and the subscripts (or Redim's bounds), leaving its value in
 // `dest`. The subscripts run first, so that no code of the script stands
@@ -80,6 +121,10 @@ void CallAccessor(Ref<SemBase> array, IRDataType const& type, int32_t slot, TacA
   SimpleVector<TacAddr const*> converted;
   if (!ConvertSubscripts(type, subscripts, code, converted)) return;
   Ref<SemBase> a = CheckedArrayValue(array, code);
+  if (IsInlineAccess(type, slot)) {
+    InlineAccess(a->GetAddr(), type, slot, value, converted[0], dest, code);
+    return;
+  }
   TacAddr const* f = LoadSlot(a->GetAddr(), slot, code);
   Put(a->GetAddr(), code);
   if (value != nilTacAddr) Put(value, code);
