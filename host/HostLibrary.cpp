@@ -13,6 +13,7 @@
 
 #include "foundation/String.h"
 #include "host/StandInHost.h"
+#include "runtime/KVScriptIntrinsics.h"
 #include "runtime/RunAbort.h"
 #include "runtime/RuntimeArrayFoundation.h"
 
@@ -444,7 +445,11 @@ stringStorage* StringJoin(RuntimeArray* fields, stringStorage* delimiter) {
   return NewText(out, mixed || encoding == kEncodingUnknown ? kEncodingUTF8 : encoding);
 }
 
-RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter) {
+namespace {
+
+// The pieces of StringSplit in a new array, or null when memory runs out.
+// Raises nothing: the caller raises once the vectors here are gone.
+RuntimeArray* SplitFields(stringStorage* source, stringStorage* delimiter) {
   Units t = Characters(source, true), d = Characters(delimiter, true);
   std::vector<stringStorage*> pieces;
   size_t first = 0;
@@ -457,7 +462,7 @@ RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter) {
     // A delimiter at the very end leaves one empty field behind it.
     if (d.Count() && first == t.Count()) pieces.push_back(nullptr);
   }
-  RuntimeArray* result = CreateArray(1, kArrayElementString, (int)pieces.size() - 1);
+  RuntimeArray* result = NewLinearArray(kArrayElementString, (int)pieces.size() - 1);
   auto* slots = result ? reinterpret_cast<stringStorage**>(result->mData) : nullptr;
   // Each piece's reference passes to the array, or goes if there is none.
   for (size_t i = 0; i < pieces.size(); ++i) {
@@ -466,6 +471,14 @@ RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter) {
     else
       stringStorage::RemoveReference(pieces[i]);
   }
+  return result;
+}
+
+}  // namespace
+
+RuntimeArray* StringSplit(stringStorage* source, stringStorage* delimiter) {
+  RuntimeArray* result = SplitFields(source, delimiter);
+  if (!result) RaiseExceptionClass(OutOfMemoryExceptionLookup());
   return result;
 }
 

@@ -577,6 +577,38 @@ static_assert(std::size(kMethodTables) == kArrayElementObject + 1);
 
 int32_t ElementSize(int elementKind) { return elementKind == kArrayElementDouble ? 8 : 4; }
 
+enum ArrayFailure { kArrayMade, kArrayBoundBelowMinusOne, kArrayTooLarge, kArrayUnknownShape };
+
+// A record of `dimensions`, not yet filled in; null for an unknown kind or
+// shape, or when memory runs out.
+RuntimeArray* NewRecord(int dimensions, int elementKind, ArrayFailure* failure) {
+  *failure = kArrayUnknownShape;
+  if (dimensions < 1 || !ChooseMethodTable(dimensions, elementKind)) return nullptr;
+  auto* a = reinterpret_cast<RuntimeArray*>(OSalloclen(RuntimeArraySize(dimensions), 0));
+  *failure = a ? kArrayMade : kArrayTooLarge;
+  return a;
+}
+
+// Fills in a new record whose bounds are in place and gives it its block;
+// on failure frees it and returns null.
+RuntimeArray* FinishArray(RuntimeArray* a, int dimensions, int elementKind, ArrayFailure* failure) {
+  int64_t bytes = CountOf(a->mUpperBounds, dimensions) * ElementSize(elementKind);
+  if (AnyBelowMinusOne(a->mUpperBounds, dimensions))
+    *failure = kArrayBoundBelowMinusOne;
+  else if (!NewBlock(bytes, &a->mData))
+    *failure = kArrayTooLarge;
+  if (*failure != kArrayMade) {
+    OSfreelen(reinterpret_cast<char*>(a), RuntimeArraySize(dimensions));
+    return nullptr;
+  }
+  a->mLockCount = 1;
+  a->mMethods = ChooseMethodTable(dimensions, elementKind);
+  a->mDimensions = dimensions;
+  a->mAllocated = (int32_t)bytes;
+  a->mGrowth = kInitialGrowth;
+  return a;
+}
+
 void DisposeArray(RuntimeArray* a) {
   reinterpret_cast<void (*)(RuntimeArray*)>(a->mMethods->mDestructor)(a);
   OSfreelen(reinterpret_cast<char*>(a), RuntimeArraySize(a->mDimensions));
@@ -595,37 +627,29 @@ RuntimeArrayMethods const* ChooseMethodTable(int dimensions, int elementKind) {
 
 void SetArrayDestructionMonitor(void (*monitor)(RuntimeArray*)) { sArrayDestructionMonitor = monitor; }
 
-// The bounds are checked and the size computed before anything is
-// allocated, so a failure leaves nothing behind.
+// A failure frees the record again: it leaves nothing behind.
 RuntimeArray* CreateArray(int dimensions, int elementKind, ...) {
-  RuntimeArrayMethods const* methods = ChooseMethodTable(dimensions, elementKind);
-  KV_ASSERT(methods && dimensions >= 1);
-  if (!methods || dimensions < 1) return nullptr;
-  RuntimeArray* a = reinterpret_cast<RuntimeArray*>(OSalloclen(RuntimeArraySize(dimensions), 0));
-  if (!a) {
-    RaiseOutOfMemory();
-    return nullptr;
+  ArrayFailure failure;
+  RuntimeArray* a = NewRecord(dimensions, elementKind, &failure);
+  KV_ASSERT(failure != kArrayUnknownShape);
+  if (a) {
+    va_list args;
+    va_start(args, elementKind);
+    for (int32_t d = 0; d < dimensions; ++d) a->mUpperBounds[d] = va_arg(args, int);
+    va_end(args);
+    a = FinishArray(a, dimensions, elementKind, &failure);
   }
-  va_list args;
-  va_start(args, elementKind);
-  for (int32_t d = 0; d < dimensions; ++d) a->mUpperBounds[d] = va_arg(args, int);
-  va_end(args);
-  a->mLockCount = 1;
-  a->mMethods = methods;
-  a->mDimensions = dimensions;
-  a->mGrowth = kInitialGrowth;
-  bool badBound = AnyBelowMinusOne(a->mUpperBounds, dimensions);
-  int64_t bytes = badBound ? 0 : ElementCount(a) * ElementSize(elementKind);
-  if (badBound || !NewBlock(bytes, &a->mData)) {
-    OSfreelen(reinterpret_cast<char*>(a), RuntimeArraySize(dimensions));
-    if (badBound)
-      RaiseOutOfBoundsException();
-    else
-      RaiseOutOfMemory();
-    return nullptr;
-  }
-  a->mAllocated = (int32_t)bytes;
+  if (failure == kArrayBoundBelowMinusOne) RaiseOutOfBoundsException();
+  if (failure == kArrayTooLarge) RaiseOutOfMemory();
   return a;
+}
+
+RuntimeArray* NewLinearArray(int elementKind, int upperBound) {
+  ArrayFailure failure;
+  RuntimeArray* a = NewRecord(1, elementKind, &failure);
+  if (!a) return nullptr;
+  a->mUpperBounds[0] = upperBound;
+  return FinishArray(a, 1, elementKind, &failure);
 }
 
 RuntimeArray* RuntimeCreateArrayCastWrapper(RuntimeArray* array, RuntimeClass* c) {

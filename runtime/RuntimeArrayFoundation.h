@@ -124,6 +124,12 @@ extern "C" int RuntimeUBound(RuntimeArray* array);
 // raises OutOfBoundsException and gives -1; nil raises NilObjectException.
 extern "C" int RuntimeUBound2Param(RuntimeArray* array, int dimension);
 
+// A one-dimension array of upperBound + 1 cleared elements holding one
+// lock, for library code that makes arrays; null for a bound below -1, a
+// size past the limit or no memory. Raises nothing, so that a caller that
+// holds C++ objects can let them go before it raises.
+RuntimeArray* NewLinearArray(int elementKind, int upperBound);
+
 // The table for a kind and dimension count; null for an unknown kind.
 RuntimeArrayMethods const* ChooseMethodTable(int dimensions, int elementKind);
 // Called with each array's address (an identity only) after it is freed.
