@@ -71,37 +71,53 @@ bool ConvertSubscripts(IRDataType const& type, Ref<SemBase> subscripts, Ref<SemB
   return true;
 }
 
-// One-dimensional Integer and Double arrays are read and written in line:
-// the bounds test, then the element's place in the block. An index outside
-// the bounds goes to the library's checked accessor, which raises.
+// One-dimensional arrays of Integer, Boolean, Color and Double are read and
+// written in line: the bounds test, then the element's place in the block.
+// An index outside the bounds goes to the library's checked accessor, which
+// raises.
 bool IsInlineAccess(IRDataType const& type, int32_t slot) {
   SimpleDataType e = type.GetElementType();
-  return type.GetDimensions() == 1 && (e == kTypeInteger || e == kTypeDouble) && slot != kArrayRedimSlot;
+  bool plain = e == kTypeInteger || e == kTypeBoolean || e == kTypeColor || e == kTypeDouble;
+  return type.GetDimensions() == 1 && plain && slot != kArrayRedimSlot;
+}
+
+// The element's address in a new temporary: the block plus the index times
+// the element's size, folded for a constant index.
+TacAddr const* ElementPlace(TacAddr const* a, TacAddr const* index, bool wide, Ref<SemBase> const& code) {
+  Ref<SemBase> place = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+  TacAddr const* p = place->GetAddr();
+  code->AddLine(tac_PeekI, a, Lit(kArrayDataOffset), p);
+  if (index->IsConstant()) {
+    code->AddLine(tac_AddI, p, Lit((long)index->GetValue().sint32 * (wide ? 8 : 4)), p);
+    return p;
+  }
+  Ref<SemBase> offset = code->NewTemp(IRDataType(kTypeInteger), nullptr);
+  TacAddr const* o = offset->GetAddr();
+  code->AddLine(tac_AddI, index, index, o);
+  code->AddLine(tac_AddI, o, o, o);
+  if (wide) code->AddLine(tac_AddI, o, o, o);
+  code->AddLine(tac_AddI, p, o, p);
+  return p;
 }
 
 void InlineAccess(TacAddr const* a, IRDataType const& type, int32_t slot, TacAddr const* value,
                   TacAddr const* index, TacAddr const* dest, Ref<SemBase> const& code) {
   bool isSet = slot == kArraySetSlot || slot == kArraySetFastSlot;
   bool checked = slot == kArrayGetSlot || slot == kArraySetSlot;
-  bool wide = type.GetElementType() == kTypeDouble;
+  SimpleDataType e = type.GetElementType();
+  bool wide = e == kTypeDouble;
   TacAddr const* slow = checked ? NewLabel() : nullptr;
   if (checked) {
     Ref<SemBase> bound = code->NewTemp(IRDataType(kTypeInteger), nullptr);
-    code->AddLine(tac_IfLTI, index, gTacZero, slow);
+    if (!index->IsConstant()) code->AddLine(tac_IfLTI, index, gTacZero, slow);
+    else if (index->GetValue().sint32 < 0) code->AddLine(tac_Jump, nilTacAddr, nilTacAddr, slow);
     code->AddLine(tac_PeekI, a, Lit(kArrayUpperBoundsOffset), bound->GetAddr());
     code->AddLine(tac_IfLTI, bound->GetAddr(), index, slow);
   }
-  // The element's address: the block plus the index times 4 or 8.
-  Ref<SemBase> place = code->NewTemp(IRDataType(kTypeInteger), nullptr);
-  TacAddr const* p = place->GetAddr();
-  code->AddLine(tac_AddI, index, index, p);
-  code->AddLine(tac_AddI, p, p, p);
-  if (wide) code->AddLine(tac_AddI, p, p, p);
-  Ref<SemBase> data = code->NewTemp(IRDataType(kTypeInteger), nullptr);
-  code->AddLine(tac_PeekI, a, Lit(kArrayDataOffset), data->GetAddr());
-  code->AddLine(tac_AddI, data->GetAddr(), p, p);
+  TacAddr const* p = ElementPlace(a, index, wide, code);
+  // A Boolean element is a whole word, 0 or 1, of which the low byte is read.
   if (isSet) code->AddLine(wide ? tac_PokeD : tac_PokeI, value, gTacZero, p);
-  else code->AddLine(wide ? tac_PeekD : tac_PeekI, p, gTacZero, dest);
+  else code->AddLine(wide ? tac_PeekD : e == kTypeBoolean ? tac_PeekB : tac_PeekI, p, gTacZero, dest);
   if (!checked) return;
   TacAddr const* end = NewLabel();
   code->AddLine(tac_Jump, nilTacAddr, nilTacAddr, end);

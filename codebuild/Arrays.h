@@ -6,9 +6,9 @@
 // record, the function from its slot, and calls it. The bounds-checked or
 // the unchecked accessors are chosen by the BoundsChecking option; a Nil
 // array raises NilObjectException before its table is read (while
-// NilObjectChecking is on). Elements of one-dimensional Integer and Double
-// arrays are read and written in line, with the same bounds test; only an
-// index that fails it calls the library, which raises.
+// NilObjectChecking is on). Elements of one-dimensional Integer, Boolean,
+// Color and Double arrays are read and written in line, with the same
+// bounds test; only an index that fails it calls the library, which raises.
 //
 // Every routine takes null handles (after an error) and reports its own
 // errors at the operand that is wrong.
