@@ -146,8 +146,9 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
   return result;
 }
 
-// A new one-dimensional array of `target`'s elements, each checked against
-// the class of `value`'s elements as the run-time copies it.
+// `value` as an array of `target`'s elements: the run-time checks each
+// element against the class of `value`'s elements and hands back a
+// one-dimensional object array, a reference of the result's own.
 Ref<SemBase> CompileArrayElementCast(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
   if (value->GetType().GetDimensions() != 1) {
     Error(ArrayCastDimensions, value->Location());
