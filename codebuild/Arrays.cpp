@@ -319,10 +319,11 @@ Ref<SemBase> CheckedArrayValue(Ref<SemBase> array, Ref<SemBase> code) {
   return FlattenExpression(checked, code);
 }
 
+// The record's first bound is what the table's Ubound gives for dimension
+// 1, without the call.
 Ref<SemBase> ArrayFirstUpperBound(Ref<SemBase> array, Ref<SemBase> code) {
   Ref<SemBase> u = code->NewTemp(IRDataType(kTypeInteger), nullptr);
-  TacAddr const* f = LoadSlot(array->GetAddr(), kArrayUboundSlot, code);
-  CallSlot(tac_CallPtr, f, {array->GetAddr(), gTacOne}, u->GetAddr(), code);
+  code->AddLine(tac_PeekI, array->GetAddr(), Lit(kArrayUpperBoundsOffset), u->GetAddr());
   return u;
 }
 
