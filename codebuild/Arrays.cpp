@@ -133,10 +133,11 @@ void InlineAccess(TacAddr const* a, IRDataType const& type, int32_t slot, TacAdd
 // `dest`. The subscripts run first, so that no code of the script stands
 // between the array's Nil check, the load of its table and the call.
 void CallAccessor(Ref<SemBase> array, IRDataType const& type, int32_t slot, TacAddr const* value,
-                  Ref<SemBase> subscripts, TacAddr const* dest, Ref<SemBase> const& code) {
+                  Ref<SemBase> subscripts, TacAddr const* dest, Ref<SemBase> const& code, bool knownNotNil = false) {
   SimpleVector<TacAddr const*> converted;
   if (!ConvertSubscripts(type, subscripts, code, converted)) return;
-  Ref<SemBase> a = CheckedArrayValue(array, code);
+  Ref<SemBase> a = knownNotNil ? FlattenExpression(CompileRefAs(array, type, code), code)
+                                : CheckedArrayValue(array, code);
   if (IsInlineAccess(type, slot)) {
     InlineAccess(a->GetAddr(), type, slot, value, converted[0], dest, code);
     return;
@@ -327,7 +328,7 @@ Ref<SemBase> ArrayFirstUpperBound(Ref<SemBase> array, Ref<SemBase> code) {
   return u;
 }
 
-Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts) {
+Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts, bool knownNotNil) {
   if (!array) return SemCode::New(IRDataType(), nullptr);
   IRDataType type = ArrayTypeOf(array);
   SourceLocation where = subscripts ? array->Location() + subscripts->Location() : array->Location();
@@ -335,7 +336,7 @@ Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts) {
   Ref<SemBase> result = SemCode::New(type.AsElement(), &where);
   ResetReturnTemp(result->GetAddr(), result);
   int32_t slot = BoundsChecked() ? kArrayGetSlot : kArrayGetFastSlot;
-  CallAccessor(array, type, slot, nilTacAddr, subscripts, result->GetAddr(), result);
+  CallAccessor(array, type, slot, nilTacAddr, subscripts, result->GetAddr(), result, knownNotNil);
   return result;
 }
 

@@ -35,8 +35,9 @@ Ref<SemBase> CompileArrayFactory(Ref<SemBase> elements, IRDataType type);
 Ref<SemBase> UnsizedArrayBound();
 
 // `array(subscripts)` read: a value of the element type, a new reference
-// for a counted element.
-Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts);
+// for a counted element. `knownNotNil` skips the Nil check, for an array
+// that has passed it already and cannot change.
+Ref<SemBase> GetArrayElement(Ref<SemBase> array, Ref<SemBase> subscripts, bool knownNotNil = false);
 // `array(subscripts) = value`, appended to `code`.
 void SetArrayElementValue(Ref<SemBase> array, Ref<SemBase> subscripts, Ref<SemBase> value, Ref<SemBase> code);
 // `array` (already an array value, checked not to be Nil) and the upper

@@ -314,7 +314,7 @@ Ref<SemBase> CompileNextEachLoop(Ref<SemBase> name, Ref<SemBase> array, Ref<SemB
   header->AddLine(tac_IfLTI, bound->GetAddr(), index->GetAddr(), exit);
   // The element stands where the array was written: a mismatch with the
   // variable is reported there.
-  Ref<SemBase> element = GetArrayElement(SemValue::New(held->GetAddr(), &array->Location()), index);
+  Ref<SemBase> element = GetArrayElement(SemValue::New(held->GetAddr(), &array->Location()), index, true);
   header->Append(FilterTemporaryVariables(AssignVariable(name, element)));
   header->AddLine(tac_AddI, index->GetAddr(), gTacOne, index->GetAddr());
   AppendCode(header, body);
