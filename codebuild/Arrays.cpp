@@ -1,5 +1,7 @@
 #include "codebuild/Arrays.h"
 
+#include <initializer_list>
+
 #include "codebuild/Calls.h"
 #include "codebuild/Classes.h"
 #include "codebuild/Conversions.h"
@@ -45,8 +47,8 @@ void CallSlot(TacOpcode op, TacAddr const* f, std::initializer_list<TacAddr cons
   code->AddLine(op, f, nilTacAddr, dest);
 }
 
-// The array operand of an access, with the subscripts' count checked:
-// TooFewSubscripts or TooManySubscripts at the subscripts, and false.
+// The subscripts' count against the array's dimensions: TooFewSubscripts
+// or TooManySubscripts at `where`, and false, when they differ.
 bool CountSubscripts(IRDataType const& type, SimpleVector<Ref<SemBase>> const& subscripts,
                      SourceLocation const& where) {
   unsigned long n = type.GetDimensions();
