@@ -1,5 +1,6 @@
 #include "codebuild/Classes.h"
 
+#include "codebuild/Arrays.h"
 #include "codebuild/Assignments.h"
 #include "codebuild/Calls.h"
 #include "codebuild/Conversions.h"
@@ -184,7 +185,7 @@ Ref<SemBase> CheckForNilObject(Ref<SemBase> value) {
   if (IsReportedFailure(value)) return value;
   IRDataType type = value->GetType();
   if (type.GetMainType() == kTypeReference) type = type.AsElement();
-  if (type.GetMainType() != kTypeObject) return value;
+  if (type.GetMainType() != kTypeObject && type.GetMainType() != kTypeArray) return value;
   // A constant is Nil itself: the check stays, so that the call raises.
   Ref<SemBase> lines = SemCode::New(IRDataType(), &value->Location());
   Ref<SemBase> object = CompileRefAs(value, type, lines);
@@ -552,15 +553,23 @@ Ref<SemBase> CompileInterface(Ref<SemBase> name, Ref<SemBase> code) {
   return code;
 }
 
-// A module's properties are laid out by the miner and reached by name
-// lookup; arrays wait for their run-time.
+// The miner has laid out every property; what is left is the array of a
+// property declared with bounds, which is made where the property's
+// storage starts: for a field, by the class's initializer, once per object;
+// for a module's property, at the start of the program.
 Ref<SemBase> CompileProperty(Ref<SemBase> name, Ref<SemBase> dimensions, Ref<SemBase> type) {
+  Ref<SemBase> result = SemCode::New(IRDataType(), nullptr);
   if (name && type) {
-    IRDataType declared = type->GetType();
-    if (dimensions) declared = declared.AsArray(1);
-    RefusePendingType(declared, name->Location());
+    IRDataType element = type->GetType();
+    SimpleVector<Ref<SemBase>> bounds = ArgumentVector(dimensions);
+    IRDataType declared = bounds.size() ? element.AsArray((int)bounds.size()) : element;
+    if (!RefusePendingType(declared, name->Location()) && bounds.size()) {
+      Ref<SemBase> array = AllocateNewArray(bounds, element);
+      result->Append(CompileLookup(name, Ref<SemBase>(), array, kResultStatement, UnknownName, false));
+      result = FilterTemporaryVariables(result);
+    }
   }
-  return TraceRoutine("CompileProperty", SemCode::New(IRDataType(), nullptr), {name, dimensions, type});
+  return TraceRoutine("CompileProperty", result, {name, dimensions, type});
 }
 
 Ref<SemBase> CompileEvent(Ref<SemBase> name, Ref<SemBase> parameters, Ref<SemBase> type, Ref<SemBase> result) {

@@ -14,8 +14,8 @@ class PropertyDeclaration;
 // result; UnknownName at `where` (the current line if null) and an empty
 // code for a name that is no class.
 Ref<SemBase> LookupClassRecord(string const& name, SourceLocation const* where);
-// `value` as an object that is known not to be Nil: a Nil raises
-// NilObjectException first. Values that are no objects, variants, and all
+// `value` as an object or array that is known not to be Nil: a Nil raises
+// NilObjectException first. Values of other types, variants, and all
 // values while NilObjectChecking is off pass as they are.
 Ref<SemBase> CheckForNilObject(Ref<SemBase> value);
 // The address of `property`'s field in `object`, a value of the field's

@@ -146,6 +146,24 @@ Ref<SemBase> CompileOperatorConversion(Ref<SemBase> value, IRDataType const& tar
   return result;
 }
 
+// `value` as an array of `target`'s elements: the run-time checks each
+// element against the class of `value`'s elements and hands back a
+// one-dimensional object array, a reference of the result's own.
+Ref<SemBase> CompileArrayElementCast(Ref<SemBase> value, IRDataType const& target, Ref<SemBase> code) {
+  if (value->GetType().GetDimensions() != 1) {
+    Error(ArrayCastDimensions, value->Location());
+    return value;
+  }
+  Ref<SemBase> record = LookupClassRecord(value->GetType().GetClass(), &value->Location());
+  Ref<SemBase> r = code->NewTemp(target, nullptr);
+  ResetReturnTemp(r->GetAddr(), code);
+  if (record->Code()) code->Append(record);
+  code->AddLine(tac_PutParam, value->GetAddr(), nilTacAddr, nilTacAddr);
+  code->AddLine(tac_PutParam, record->GetAddr(), nilTacAddr, nilTacAddr);
+  code->AddLine(tac_Intrinsic, IntrinsicTacAddr(kIntrinsicRuntimeCreateArrayCastWrapper), nilTacAddr, r->GetAddr());
+  return r;
+}
+
 }  // namespace
 
 ClassDeclaration* LookupClassByName(string const& name) {
@@ -270,10 +288,7 @@ Ref<SemBase> CompileRefAs(Ref<SemBase> value, IRDataType const& target, Ref<SemB
   }
   if (target.GetMainType() == kTypeObject && IsNilConstant(value)) return value;
   if (IsImplicitUpcast(target, source) || IsInterfaceCast(target, source)) return value;
-  if (IsArrayElementNarrowingCast(target, source)) {
-    ReportNotYetSupported("array cast", &value->Location());
-    return value;
-  }
+  if (IsArrayElementNarrowingCast(target, source)) return CompileArrayElementCast(value, target, code);
   if (IsOperatorConversion(target, source)) return CompileOperatorConversion(value, target, code);
   ReportMismatch(target, value);
   return value;

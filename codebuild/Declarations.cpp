@@ -1,5 +1,6 @@
 #include "codebuild/Declarations.h"
 
+#include "codebuild/Arrays.h"
 #include "codebuild/Assignments.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/NameLookup.h"
@@ -50,6 +51,8 @@ Ref<SemBase> DeclareOneVar(Ref<SemBase> name, SimpleVector<Ref<SemBase>>& dimens
   TraceRoutine("DeclareOneVar", Ref<SemBase>(), {name, type, initialiser}, {(long)dimensions.size()});
   if (RefusePendingType(declared, name->Location())) return Ref<SemBase>();
   Ref<SemBase> variable = CompileLookup(name, Ref<SemBase>(), Ref<SemBase>(), kResultCall, UnknownName, false);
+  // Each array variable of a clause gets an array of its own.
+  if (dimensions.size() > 0 && !initialiser && type) initialiser = AllocateNewArray(dimensions, type->GetType());
   if (!initialiser || !variable || !variable->GetAddr()) return Ref<SemBase>();
   Ref<SemBase> code = SemCode::New(IRDataType(), &name->Location());
   AssignToSymbol(variable->GetAddr(), initialiser, code);
@@ -84,18 +87,16 @@ Ref<SemBase> CompileReservedIdentifier() {
 
 
 bool RefusePendingType(IRDataType const& type, SourceLocation const& where) {
-  SimpleDataType main = type.GetMainType() == kTypeReference ? type.GetElementType() : type.GetMainType();
-  if (main == kTypeArray) {
-    ReportNotYetSupported("array", &where);
-    return true;
-  }
-  if (main == kTypeObject) {
-    if (IsVariant(type)) {
+  IRDataType t = type.GetMainType() == kTypeReference ? type.AsElement() : type;
+  // An array is refused for what its elements are.
+  if (t.GetMainType() == kTypeArray) t = t.AsElement();
+  if (t.GetMainType() == kTypeObject) {
+    if (IsVariant(t)) {
       ReportNotYetSupported("Variant", &where);
       return true;
     }
     // An unknown class has been reported as such already.
-    string name = type.GetClass();
+    string name = t.GetClass();
     ModuleDeclaration* module = gContext ? gContext->CurrentModule() : nullptr;
     if (name.Length() && !(module && module->LookupClass(name))) return true;
   }

@@ -21,8 +21,8 @@ Ref<SemBase> CompileConst(Ref<SemBase> name, Ref<SemBase> value);
 // identifier "bogus", so that the parse goes on.
 Ref<SemBase> CompileReservedIdentifier();
 
-// Arrays and variants need their run-times, which have not landed: a
-// variable, parameter or result of such a type reports NotYetSupported at
-// `where` and answers true; so does, without a report, an object type whose
-// class is unknown (reported where the type was read).
+// Variants need their run-time, which has not landed: a variable,
+// parameter or result of such a type (or an array of it) reports
+// NotYetSupported at `where` and answers true; so does, without a report, an
+// object type whose class is unknown (reported where the type was read).
 bool RefusePendingType(IRDataType const& type, SourceLocation const& where);

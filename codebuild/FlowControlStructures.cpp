@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "codebuild/Arrays.h"
+#include "codebuild/Assignments.h"
 #include "codebuild/Conversions.h"
 #include "codebuild/Expressions.h"
 #include "codebuild/NameLookup.h"
@@ -274,15 +276,55 @@ Ref<SemBase> CompileNext(Ref<SemBase> name, Ref<SemBase> header, int downTo, Ref
 
 Ref<SemBase> CompileForEachLoop(Ref<SemBase> name, Ref<SemBase> array) {
   OpenLoop();
-  return PendingRoutine("CompileForEachLoop", "For Each", nullptr, CompileDebugEntry(NewCode()), {name, array});
+  TraceRoutine("CompileForEachLoop", Ref<SemBase>(), {name, array});
+  return CompileDebugEntry(NewCode(array ? &array->Location() : nullptr));
 }
 
+// The loop holds a reference of its own to the array, so that the body may
+// assign the variable it came from; the index runs from 0 and the bound is
+// read afresh on each round, so elements the body appends are visited too.
 Ref<SemBase> CompileNextEachLoop(Ref<SemBase> name, Ref<SemBase> array, Ref<SemBase> header, Ref<SemBase> body,
                                  Ref<SemBase> nextName) {
-  // Arrays are not built yet; the opening routine has reported it.
-  CloseLoop();
+  TacAddr const* exit = CloseLoop();
   CheckNextName(name, nextName);
-  return TraceRoutine("CompileNextEachLoop", NewCode(), {name, array, header, body, nextName});
+  if (!header) header = NewCode();
+  Ref<SemBase> result = TraceRoutine("CompileNextEachLoop", header, {name, array, header, body, nextName});
+  if (!name || !array || IsReportedFailure(array)) return result;
+  IRDataType type = array->GetType();
+  if (type.GetMainType() == kTypeReference) type = type.AsElement();
+  if (type.GetMainType() != kTypeArray) {
+    Error(NotAnArray, array->Location());
+    return result;
+  }
+  if (type.GetDimensions() != 1) {
+    Error(TooManySubscripts, array->Location());
+    return result;
+  }
+  Ref<SemBase> prepare = NewCode(&array->Location());
+  Ref<SemBase> value = CheckedArrayValue(array, prepare);
+  Ref<SemBase> held = header->NewTemp(type, nullptr);
+  AssignToSymbol(held->GetAddr(), value, prepare);
+  header->Append(FilterTemporaryVariables(prepare));
+
+  Ref<SemBase> index = header->NewTemp(IRDataType(kTypeInteger), nullptr);
+  TacAddr const* top = NewLabel();
+  header->AddLine(tac_Store, gTacZero, nilTacAddr, index->GetAddr());
+  Place(top, header);
+  Ref<SemBase> bound = ArrayFirstUpperBound(held, header);
+  header->AddLine(tac_IfLTI, bound->GetAddr(), index->GetAddr(), exit);
+  // The element stands where the array was written: a mismatch with the
+  // variable is reported there.
+  Ref<SemBase> element = GetArrayElement(SemValue::New(held->GetAddr(), &array->Location()), index, true);
+  header->Append(FilterTemporaryVariables(AssignVariable(name, element)));
+  header->AddLine(tac_AddI, index->GetAddr(), gTacOne, index->GetAddr());
+  AppendCode(header, body);
+  Ref<SemBase> next = NewCode();
+  Yield(next);
+  Jump(top, next);
+  header->Append(CompileDebugEntry(next));
+  Place(exit, header);
+  header->AddLine(tac_Unlock, held->GetAddr(), nilTacAddr, nilTacAddr);
+  return result;
 }
 
 Ref<SemBase> CompileWhileLoop(Ref<SemBase> condition) {

@@ -2,8 +2,6 @@
 // opening routine (CompileIf, CompileForLoop, ...) runs when the head of its
 // construct has been read and returns the header that the closing routine
 // takes back.
-//
-// For Each waits for arrays and reports NotYetSupported.
 #pragma once
 
 #include "foundation/Ref.h"

@@ -1,5 +1,6 @@
 #include "codebuild/NameLookup.h"
 
+#include "codebuild/Arrays.h"
 #include "codebuild/Assignments.h"
 #include "codebuild/Calls.h"
 #include "codebuild/Classes.h"
@@ -124,15 +125,8 @@ Ref<SemBase> CallPermitted(MethodList const& list, Ref<SemBase> const& callArgs,
   return direct ? CompileStaticCall(chosen, callArgs) : CompileCall(chosen, callArgs);
 }
 
-// Array elements come with arrays; until then a subscripted variable is
-// refused rather than read as a whole.
-Ref<SemBase> PendingArrayElement(Ref<SemBase> const& target) {
-  ReportNotYetSupported("array element", &target->Location());
-  // A reported failure, which its uses pass over without a second word.
-  return SemCode::New(IRDataType(), &target->Location());
-}
-
-// A variable reached by `target` (a plain symbol value).
+// A variable reached by `target` (a plain symbol value, or a reference to
+// a field); with `args` it is an array and they pick its element.
 Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> value, FunctionResultMode mode,
                            CompileErrorCode& err) {
   if (SubscriptNonArray(args, target->GetType())) {
@@ -142,7 +136,10 @@ Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> 
   if (value) {
     Ref<SemBase> code = NullCode();
     if (IsReportedFailure(value)) return code;
-    if (args) return PendingArrayElement(target);
+    if (args) {
+      SetArrayElementValue(target, args, value, code);
+      return code;
+    }
     AssignToSymbol(target->GetAddr(), value, code);
     return code;
   }
@@ -150,7 +147,7 @@ Ref<SemBase> AccessStorage(Ref<SemBase> target, Ref<SemBase> args, Ref<SemBase> 
     Keep(err, NotAStatement);
     return Ref<SemBase>();
   }
-  if (args) return PendingArrayElement(target);
+  if (args) return GetArrayElement(target, args);
   return target;
 }
 
@@ -230,17 +227,20 @@ Ref<SemBase> AccessInstanceProperty(Ref<SemBase> object, PropertyDeclaration* pr
     Keep(err, NotAnArray);
     return Ref<SemBase>();
   }
-  if (args) return PendingArrayElement(object);
   Ref<SemBase> target = CreatePropertyStorageReference(object, property);
   if (!value) {
     if (mode == kResultStatement) {
       Keep(err, NotAStatement);
       return Ref<SemBase>();
     }
-    return target;
+    return args ? GetArrayElement(target, args) : target;
   }
   Ref<SemBase> code = NullCode();
   if (IsReportedFailure(value)) return code;
+  if (args) {
+    SetArrayElementValue(target, args, value, code);
+    return code;
+  }
   Ref<SemBase> address = FlattenExpression(target, code);
   AssignToSymbol(address->GetAddr(), value, code);
   return code;
@@ -342,14 +342,25 @@ Ref<SemBase> StaticClassScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<Se
   return ReportCallFailure(err, name, mode, args, value);
 }
 
-// Colour and array methods come with their own steps; until then a name
-// that could be one falls through to the extension methods. An assignment
-// looks for an extension that also assigns, as on an object: one that only
-// extends would take the value and drop it.
+// An array's own methods come before the extension methods. Colour methods
+// come with their own step; until then such a name falls through to the
+// extension methods. An assignment looks for an extension that also
+// assigns, as on an object: one that only extends would take the value and
+// drop it.
 Ref<SemBase> IntrinsicScopeLookup(Ref<SemBase> left, Ref<SemBase> name, Ref<SemBase> args, Ref<SemBase> value,
                                   FunctionResultMode mode) {
   CompileErrorCode err = UnknownName;
   string text = name->toString();
+  IRDataType type = left->GetType();
+  if (type.GetMainType() == kTypeReference) type = type.AsElement();
+  if (type.GetMainType() == kTypeArray && IsPotentialArrayMethodName(text)) {
+    if (type.GetDimensions() != 1 && !ArrayMethodTakesAnyDimensions(text)) {
+      err = ArrayMethodNeedsOneDimension;
+    } else if (!value) {
+      if (mode == kResultNeeded && !ArrayMethodGivesValue(text)) return ReportFailure(NoResultValue, name, mode);
+      return HandleArrayMethodCall(left, name, args);
+    }
+  }
   MethodList extensions = Extensions(text, value);
   if (HasMethods(extensions)) {
     Ref<SemBase> callArgs = WithFirst(left->Clone(), AssignedArguments(args, value));
