@@ -75,8 +75,7 @@ bool ConvertSubscripts(IRDataType const& type, Ref<SemBase> subscripts, Ref<SemB
 
 // One-dimensional arrays of Integer, Boolean, Color and Double are read and
 // written in line: the bounds test, then the element's place in the block.
-// An index outside the bounds goes to the library's checked accessor, which
-// raises.
+// An index outside the bounds goes to the library's accessor, which raises.
 bool IsInlineAccess(IRDataType const& type, int32_t slot) {
   SimpleDataType e = type.GetElementType();
   bool plain = e == kTypeInteger || e == kTypeBoolean || e == kTypeColor || e == kTypeDouble;
@@ -105,7 +104,9 @@ TacAddr const* ElementPlace(TacAddr const* a, TacAddr const* index, bool wide, R
 void InlineAccess(TacAddr const* a, IRDataType const& type, int32_t slot, TacAddr const* value,
                   TacAddr const* index, TacAddr const* dest, Ref<SemBase> const& code) {
   bool isSet = slot == kArraySetSlot || slot == kArraySetFastSlot;
-  bool checked = slot == kArrayGetSlot || slot == kArraySetSlot;
+  // The test stays with bounds checking off too: an element outside the
+  // block would be the host's memory. The unchecked accessor raises as well.
+  bool checked = true;
   SimpleDataType e = type.GetElementType();
   bool wide = e == kTypeDouble;
   TacAddr const* slow = checked ? NewLabel() : nullptr;

@@ -4,11 +4,12 @@
 // Arrays are counted run-time records, each with a table of operations that
 // the generated code calls directly: an access loads the table from the
 // record, the function from its slot, and calls it. The bounds-checked or
-// the unchecked accessors are chosen by the BoundsChecking option; a Nil
-// array raises NilObjectException before its table is read (while
-// NilObjectChecking is on). Elements of one-dimensional Integer, Boolean,
-// Color and Double arrays are read and written in line, with the same
-// bounds test; only an index that fails it calls the library, which raises.
+// the unchecked accessors are chosen by the BoundsChecking option (the
+// unchecked ones still refuse a place outside the element block, which
+// would be the host's memory); a Nil array raises NilObjectException before
+// its table is read. Elements of one-dimensional Integer, Boolean, Color and
+// Double arrays are read and written in line, with the bounds test; only an
+// index that fails it calls the library, which raises.
 //
 // Every routine takes null handles (after an error) and reports its own
 // errors at the operand that is wrong.

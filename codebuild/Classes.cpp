@@ -180,8 +180,11 @@ Ref<SemBase> LookupClassRecord(string const& name, SourceLocation const* where) 
   return RecordOf(cls, where);
 }
 
+// The check stays even where NilObjectChecking is off: without it a Nil
+// object or array is read through address 0 and the host goes down with the
+// script. The pragma is accepted and remembered, and changes nothing here.
 Ref<SemBase> CheckForNilObject(Ref<SemBase> value) {
-  if (!value || !gContext || !gContext->options.nilObjectChecking || IsVariant(value->GetType())) return value;
+  if (!value || !gContext || IsVariant(value->GetType())) return value;
   if (IsReportedFailure(value)) return value;
   IRDataType type = value->GetType();
   if (type.GetMainType() == kTypeReference) type = type.AsElement();

@@ -15,8 +15,8 @@ class PropertyDeclaration;
 // code for a name that is no class.
 Ref<SemBase> LookupClassRecord(string const& name, SourceLocation const* where);
 // `value` as an object or array that is known not to be Nil: a Nil raises
-// NilObjectException first. Values of other types, variants, and all
-// values while NilObjectChecking is off pass as they are.
+// NilObjectException first, whatever NilObjectChecking says. Values of other
+// types and variants pass as they are.
 Ref<SemBase> CheckForNilObject(Ref<SemBase> value);
 // The address of `property`'s field in `object`, a value of the field's
 // type as a reference.

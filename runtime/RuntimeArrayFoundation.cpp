@@ -222,11 +222,12 @@ typename K::T GetLinear(RuntimeArray* a, int index) {
   return element;
 }
 
+// The unchecked forms keep the test that the element lies inside the block:
+// without it a script could read and write the host's memory. For one
+// dimension that is the same test as the checked form's.
 template <class K>
 typename K::T GetFastLinear(RuntimeArray* a, int index) {
-  typename K::T element = Elements<K>(a)[index];
-  K::Lock(element);
-  return element;
+  return GetLinear<K>(a, index);
 }
 
 // The new value is stored before the old one is released, so that a
@@ -251,14 +252,18 @@ void SetLinear(RuntimeArray* a, typename K::T value, int index) {
 
 template <class K>
 void SetFastLinear(RuntimeArray* a, typename K::T value, int index) {
-  Store<K>(a, value, index);
+  SetLinear<K>(a, value, index);
 }
 
 // The position of the indices that `args` holds, one per dimension, first
-// index fastest; -1 after raising when one lies outside its dimension.
+// index fastest; -1 after raising when one lies outside its dimension. The
+// unchecked form lets an index run past its own dimension, as long as the
+// position stays inside the block: outside it, it raises all the same.
+constexpr int64_t kFarOutside = int64_t(1) << 40;
+
 template <bool kChecked>
 int32_t Position(RuntimeArray* a, va_list args) {
-  int32_t position = 0, stride = 1;
+  int64_t position = 0, stride = 1;
   for (int32_t d = 0; d < a->mDimensions; ++d) {
     int32_t index = va_arg(args, int);
     int32_t upperBound = a->mUpperBounds[d];
@@ -266,10 +271,16 @@ int32_t Position(RuntimeArray* a, va_list args) {
       RaiseOutOfBounds();
       return -1;
     }
-    position += index * stride;
-    stride *= upperBound + 1;
+    position += (int64_t)index * stride;
+    stride *= (int64_t)upperBound + 1;
+    // Far outside already: stop before the sum can overflow.
+    if (!kChecked && (position < -kFarOutside || position > kFarOutside)) break;
   }
-  return position;
+  if (!kChecked && (position < 0 || position >= ElementCount(a))) {
+    RaiseOutOfBounds();
+    return -1;
+  }
+  return (int32_t)position;
 }
 
 template <class K, bool kChecked>
