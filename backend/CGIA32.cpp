@@ -1226,6 +1226,18 @@ void CGIA32::tac_Intrinsic(TacLine const& line) {
     InvalidateRegisters();
     return;
   }
+  // The yield of a loop round: a count-down in line, a call one round in
+  // so many (the library sets the count again).
+  if (line.a->GetValue().sint32 == kIntrinsicVELDYieldToKV && callParams.size() == 0) {
+    MarkImport(Import::kCodePtrIA32, kYieldCountdownName, 2);
+    ia32_sub_imm8_se(kModNoDisp, kRMAbsolute, 0, 1);
+    int more = LocalJump(&IA32OpWriter::ia32_jg);
+    MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicVELDYieldToKV), 1);
+    ia32_call_disp32(0);
+    PatchLocalJump(more);
+    InvalidateRegisters();
+    return;
+  }
   CallSequenceStart();
   MarkImport(Import::kCallIA32, IntrinsicName(line.a->GetValue().sint32), 1);
   ia32_call_disp32(0);

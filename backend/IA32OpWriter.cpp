@@ -223,6 +223,13 @@ void IA32OpWriter::ia32_and_imm8_se(int mod, int rm, int imm) { WriteImm8Operati
 void IA32OpWriter::ia32_sub_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(5, mod, rm, imm); }
 void IA32OpWriter::ia32_cmp_imm8_se(int mod, int rm, int imm) { WriteImm8Operation(7, mod, rm, imm); }
 
+void IA32OpWriter::ia32_sub_imm8_se(int mod, int rm, int disp, int imm) {
+  KV_ASSERT(imm >= -128 && imm <= 127);
+  ia32_WriteOpcode(0x83);
+  WriteDispOperand(mod, 5, rm, disp);
+  ia32_Write8((char)imm);
+}
+
 void IA32OpWriter::ia32_negi(int mod, int rm) {
   ia32_WriteOpcode(0xF7);
   WritePlainOperand(mod, 3, rm);

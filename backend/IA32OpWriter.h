@@ -92,6 +92,7 @@ public:
   void ia32_add_imm8_se(int mod, int rm, int imm);   // 83 /0 ib  add r/m32, imm8
   void ia32_and_imm8_se(int mod, int rm, int imm);   // 83 /4 ib  and r/m32, imm8
   void ia32_sub_imm8_se(int mod, int rm, int imm);   // 83 /5 ib  sub r/m32, imm8
+  void ia32_sub_imm8_se(int mod, int rm, int disp, int imm);  // with a displacement
   void ia32_cmp_imm8_se(int mod, int rm, int imm);   // 83 /7 ib  cmp r/m32, imm8
   void ia32_negi(int mod, int rm);                   // F7 /3     neg r/m32
   void ia32_idiv(int mod, int rm);                   // F7 /7     idiv r/m32

@@ -49,6 +49,7 @@ StringMap<void*>* MakeKvScriptRuntimeFunctionTable() {
       {IntrinsicFunctionName(kIntrinsicVELDYieldToKV), Entry(&RuntimeYield)},
       {IntrinsicFunctionName(kIntrinsicRuntimeCheckStack), Entry(&RuntimeCheckStack)},
       {kStackLimitName, Entry(&gRuntimeStackLimit)},
+      {kYieldCountdownName, Entry(&gRuntimeYieldCountdown)},
       {IntrinsicFunctionName(kIntrinsicRuntimeRaiseException), Entry(&RuntimeRaiseException)},
       {IntrinsicFunctionName(kIntrinsicRuntimeReraiseException), Entry(&RuntimeReraiseException)},
       {IntrinsicFunctionName(kIntrinsicRuntimeUnhandledException), Entry(&RuntimeUnhandledException)},
@@ -142,12 +143,14 @@ void UnhandledException(RuntimeObject*) {
     correspondent->ScriptError(kRuntimeErrorUnhandledException, RaiseLine());
 }
 
+int32_t gRuntimeYieldCountdown = kYieldInterval;
+
 void RuntimeYield() {
-  // Every loop round calls here; a round is often a handful of
-  // instructions, and setting the run state aside and back costs more
-  // than that. The host hears of one round in kYieldInterval.
-  static uint32_t sRounds = 0;
-  if (++sRounds % kYieldInterval != 0) return;
+  // Generated code counts the rounds down in line and calls here when the
+  // count runs out: a round is often a handful of instructions, and setting
+  // the run state aside and back costs more than that. The host hears of
+  // one round in kYieldInterval.
+  gRuntimeYieldCountdown = kYieldInterval;
   RunState kept = CurrentRunState();
   if (kept.correspondent) kept.correspondent->ScriptYield();
   RestoreRunState(kept);

@@ -41,9 +41,11 @@ void Print(stringStorage* text);
 // classes that the run-time raises by itself.
 void RuntimeInit();
 // Lets the host run other scripts: keeps this run's correspondent and classes.
-// Generated code calls RuntimeYield at every loop round; the host's yield
-// runs at one in this many.
-constexpr uint32_t kYieldInterval = 64;
+// Generated code counts loop rounds down and calls RuntimeYield, which
+// yields to the host, at one round in this many.
+constexpr int32_t kYieldInterval = 64;
+// Loop rounds left before the next call of RuntimeYield (kYieldCountdownName).
+extern int32_t gRuntimeYieldCountdown;
 void RuntimeYield();
 void UnhandledException(RuntimeObject* exception);
 

@@ -37,6 +37,9 @@
 // it and calls the stack check only when below).
 constexpr char kTakeExceptionName[] = "RuntimeTakeException";
 constexpr char kStackLimitName[] = "RuntimeStackLimit";
+// The word generated code counts loop rounds down in; it calls the yield
+// entry only when the count reaches 0, and the entry sets it again.
+constexpr char kYieldCountdownName[] = "RuntimeYieldCountdown";
 
 // What a lookup gives where there is no answer.
 constexpr int32_t kNoHandler = -1;

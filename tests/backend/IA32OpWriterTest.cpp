@@ -256,6 +256,8 @@ const EncodingCase kExtensionCases[] = {
     CASE("addl $0xffffff80,(%ecx)", ia32_add_imm8_se(0, kECX, -128)),
     CASE("sub $0x10,%esp", ia32_sub_imm8_se(3, kESP, 16)),
     CASE("sub $0xffffff80,%edi", ia32_sub_imm8_se(3, kEDI, -128)),
+    CASE("subl $0x1,0x12345678", ia32_sub_imm8_se(0, kRMAbsolute, 0x12345678, 1)),
+    CASE("subl $0x1,-0x80(%ebp)", ia32_sub_imm8_se(1, kEBP, -128, 1)),
     CASE("cmp $0x0,%eax", ia32_cmp_imm8_se(3, kEAX, 0)),
     CASE("cmp $0x7f,%edx", ia32_cmp_imm8_se(3, kEDX, 127)),
     CASE("cmpl $0xffffffff,(%esi)", ia32_cmp_imm8_se(0, kESI, -1)),
