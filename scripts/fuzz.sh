@@ -26,7 +26,11 @@ cmake --build "$build" --target "${targets[@]}"
 
 for target in "${targets[@]}"; do
   # Seeds are copied so the fuzzer's additions stay out of the source tree.
+  # Each run starts from the seeds alone: a corpus kept from earlier runs
+  # grows without end, and under the emulator the sanitizer's allocator
+  # runs out of address space loading a few thousand of them.
   corpus="$build/$target-corpus"
+  rm -rf "$corpus"
   mkdir -p "$corpus"
   fuzzer="$build/tests/fuzz/$target"
   limit=(-runs="$runs")

@@ -17,6 +17,7 @@
 #include "runtime/RuntimeArrayFoundation.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/RuntimeStringFoundation.h"
+#include "tests/runtime/SmallStack.h"
 
 namespace {
 
@@ -257,13 +258,7 @@ void* SortAll(void*) {
 }
 
 TEST_F(ArrayRuntime, SortStaysShallowOnItsWorstInputs) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 128 * 1024);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attributes, SortAll, nullptr), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
+  ASSERT_TRUE(RunOnSmallStack(SortAll, nullptr, 128 * 1024));
 }
 
 // Strings order and match as the language's `=` does, ignoring case.

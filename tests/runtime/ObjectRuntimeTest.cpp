@@ -14,6 +14,7 @@
 #include "runtime/RunState.h"
 #include "runtime/RuntimeObjectFoundation.h"
 #include "runtime/RuntimeStringFoundation.h"
+#include "tests/runtime/SmallStack.h"
 
 namespace {
 
@@ -181,13 +182,7 @@ void* DestroyChain(void* arg) {
 
 TEST_F(ObjectRuntime, LongChainIsDestroyedWithoutStackGrowth) {
   RuntimeClass* c = Class(nullptr, 28, nullptr, ReleaseField);
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attributes, DestroyChain, c), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
+  ASSERT_TRUE(RunOnSmallStack(DestroyChain, c, 256 * 1024));
 }
 
 // A run builds a class, a subclass and an interface table the way retriever
