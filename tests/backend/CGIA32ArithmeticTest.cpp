@@ -283,23 +283,4 @@ TEST(FloatOps, ConversionsTruncateAndLeaveTheRoundingModeAlone) {
   EXPECT_EQ(image.Entry<IntFn>("dtoik")(10), 11 - 7);
 }
 
-TEST(FloatOps, PowerGoesThroughItsIntrinsic) {
-  TacProgram program;
-  program.Function("pow");
-  auto p = program.Params({{"a", kTypeDouble}, {"b", kTypeDouble}});
-  TacAddr const* r = program.Local("r", kTypeDouble);
-  program.Add(tac_PowD, p[0], p[1], r);
-  program.Return(r);
-  program.EmptyMain();
-
-  Ref<CodeModule> module = GenerateIA32(program, nullptr, TestIntrinsicNames({{kIntrinsicRuntimePow, "TestPow"}}));
-  double (*testPow)(double, double) = [](double a, double b) { return std::pow(a, b); };
-  LinkedModule image(module, {{"TestPow", (void*)testPow}});
-  ASSERT_TRUE(image);
-  DblDblFn fn = image.Entry<DblDblFn>("pow");
-  EXPECT_EQ(fn(2.0, 10.0), 1024.0);
-  EXPECT_EQ(fn(9.0, 0.5), 3.0);  // the operands are not swapped
-  EXPECT_EQ(image.Uses("TestPow"), 1);
-}
-
 }  // namespace
