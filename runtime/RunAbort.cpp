@@ -58,26 +58,26 @@ RuntimeObject* MakeException(RuntimeClass* c) {
 // Whether the frame of a script function whose pass-through default handler
 // `answer` names (entered by its frame pointer `ebp`) may be left without
 // running that handler: every slot the handler would release is empty, or
-// holds the exception being raised.
-bool CanPassBy(HandlerTable const* handlers, HandlerTable::Answer const& answer, uintptr_t ebp,
-               RuntimeObject* exception) {
+// holds the exception being raised. If so, the references those slots hold
+// on the exception are dropped here; the raise holds one more, so no count
+// reaches 0 and nothing is destroyed.
+bool PassBy(HandlerTable const* handlers, HandlerTable::Answer const& answer, uintptr_t ebp,
+            RuntimeObject* exception) {
+  int32_t held = 0;
   for (int32_t i = 0; i < answer.slotCount; ++i) {
     uintptr_t value = *reinterpret_cast<uintptr_t*>(ebp + handlers->Slot(answer.slotFirst + i));
-    if (value != 0 && value != (uintptr_t)exception) return false;
+    if (value == 0) continue;
+    if (value != (uintptr_t)exception) return false;
+    ++held;
   }
-  return true;
-}
-
-// Drops the references such a frame's slots hold on the exception. The
-// raise holds one more, so no count reaches 0 here and nothing is destroyed.
-void ReleaseFromSlots(HandlerTable const* handlers, HandlerTable::Answer const& answer, uintptr_t ebp,
-                      RuntimeObject* exception) {
-  for (int32_t i = 0; i < answer.slotCount; ++i) {
+  for (int32_t i = 0; held > 0 && i < answer.slotCount; ++i) {
     uintptr_t* slot = reinterpret_cast<uintptr_t*>(ebp + handlers->Slot(answer.slotFirst + i));
     if (*slot != (uintptr_t)exception) continue;
     *slot = 0;
+    --held;
     if (exception->mLockCount > 1) --exception->mLockCount;
   }
+  return true;
 }
 
 // Looks for a handler from `frame` up to the run's boundary; on a hit the
@@ -127,8 +127,7 @@ __attribute__((noinline)) bool ActivateNextExceptionHandler(RuntimeAbortPoint* p
       if (answer.resume != kNoHandler) {
         bool calledByScript =
             chained && reinterpret_cast<uintptr_t volatile*>(next)[1] - point->mCode < point->mCodeLength;
-        if (answer.slotCount >= 0 && calledByScript && CanPassBy(handlers, answer, next, point->mInFlight)) {
-          ReleaseFromSlots(handlers, answer, next, point->mInFlight);
+        if (answer.slotCount >= 0 && calledByScript && PassBy(handlers, answer, next, point->mInFlight)) {
           if (!patch) patch = words;
           lastVia = words;
           lastResume = answer.resume;
