@@ -183,4 +183,70 @@ TEST_F(RaisePath, TheWalkFollowsOnlyUpwardLinksWithinTheRun) {
   RuntimeUnlockObject(sThrown);
 }
 
+// A made-up image of two functions: the first [0, 32) has a default handler
+// at 16 that only releases the slot at ebp-4; the second [32, 64) handles
+// calls before 40 at 48 and nothing after. The chain: w[0] returns into the
+// first at 4 with its frame at w[4] (slot w[3]), which returns into the
+// second at `back` with its frame at w[8].
+// The frames stand on the stack, as the walk requires; sWords keeps what
+// the raise left in them, with addresses made relative to w.
+intptr_t sWords[12];
+void RaiseThroughAPassingFrame(uintptr_t slot, uintptr_t back) {
+  uintptr_t w[12];
+  w[0] = (uintptr_t)&w[4];
+  w[1] = (uintptr_t)sCode + 4;
+  w[3] = slot;
+  w[4] = (uintptr_t)&w[8];
+  w[5] = (uintptr_t)sCode + back;
+  w[8] = (uintptr_t)__builtin_frame_address(0);
+  w[9] = 0;
+  RaiseThrough(w, sThrown);
+  sTaken = RuntimeTakeException();
+  sWords[0] = (intptr_t)(w[0] - (uintptr_t)w) / (intptr_t)sizeof(uintptr_t);
+  sWords[1] = (intptr_t)(w[1] - (uintptr_t)sCode);
+  sWords[3] = (intptr_t)w[3];
+}
+uintptr_t sSlot = 0;
+uintptr_t sBack = 0;
+void RaisePassing() { RaiseThroughAPassingFrame(sSlot, sBack); }
+
+TEST_F(RaisePath, AFrameThatHoldsNothingElseIsPassedBy) {
+  sTable = HandlerTable();
+  sTable.AddFunction(0, 32);
+  sTable.AddEvent(kHandlerSwitch, 8, 16);
+  sTable.AddEvent(kHandlerPassThrough, 8, 16);
+  sTable.AddEvent(kHandlerReleaseSlot, 8, (uint32_t)-4);
+  sTable.AddFunction(32, 64);
+  sTable.AddEvent(kHandlerSwitch, 40, 48);
+  sTable.Finish();
+  sThrown = RuntimeNewObject(IllegalCastExceptionLookup());
+  RuntimeObject* other = RuntimeNewObject(IllegalCastExceptionLookup());
+  struct Case {
+    uintptr_t slot;
+    uintptr_t back;
+    uintptr_t resumedTo;  // from the image's start
+    bool passed;          // w[0] now links to the second function's frame
+  } const cases[] = {
+      {0, 36, 48, true},                     // empty slot: straight to the handler
+      {(uintptr_t)sThrown, 36, 48, true},    // holds the exception: its reference dropped
+      {(uintptr_t)other, 36, 16, false},     // holds something else: its own handler runs
+      {0, 60, 16, false},                    // nothing behind handles it: its own handler runs
+  };
+  for (Case const& c : cases) {
+    sSlot = c.slot;
+    sBack = c.back;
+    if (c.slot == (uintptr_t)sThrown) RuntimeLockObject(sThrown);  // the slot's reference
+    EXPECT_TRUE(RunScriptCode(RaisePassing, &sTable, sCode, sizeof sCode));
+    EXPECT_EQ(sWords[1], (intptr_t)c.resumedTo);
+    EXPECT_EQ(sWords[0], c.passed ? 8 : 4);  // the frame it links to, as an index
+    EXPECT_EQ((uintptr_t)sWords[3], c.slot == (uintptr_t)sThrown ? 0 : c.slot);
+    EXPECT_EQ(sTaken, sThrown);
+    EXPECT_EQ(sThrown->mLockCount, 2);  // the test's and the taken one
+    RuntimeUnlockObject(sTaken);
+  }
+  EXPECT_TRUE(listener.reports.empty());
+  RuntimeUnlockObject(other);
+  RuntimeUnlockObject(sThrown);
+}
+
 }  // namespace
