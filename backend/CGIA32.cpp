@@ -1213,29 +1213,32 @@ void CGIA32::tac_SwapLocks(TacLine const& line) {
 void CGIA32::tac_PutParam(TacLine const& line) { callParams.push_back(line.a); }
 void CGIA32::tac_GetParam(TacLine const& line) { funcParams.push_back(line.c); }
 
-// The stack check runs on every call of a script function: the limit is
-// compared inline and the library called only when esp is below it.
+// The intrinsic `number`, called without arguments only when the flags the
+// code before left fail the jump `unless`.
+void CGIA32::CallIntrinsicUnless(void (IA32OpWriter::*unless)(int), int number) {
+  int skip = LocalJump(unless);
+  MarkImport(Import::kCallIA32, IntrinsicName(number), 1);
+  ia32_call_disp32(0);
+  PatchLocalJump(skip);
+  InvalidateRegisters();
+}
+
+// Two intrinsics run on every call of a script function or every loop round
+// and are tested in line: the stack check compares esp with the limit and
+// calls only when esp is below it; the yield counts a word down and calls
+// one round in so many (the library sets the count again).
 void CGIA32::tac_Intrinsic(TacLine const& line) {
-  if (line.a->GetValue().sint32 == kIntrinsicRuntimeCheckStack && callParams.size() == 0) {
+  int number = line.a->GetValue().sint32;
+  if (number == kIntrinsicRuntimeCheckStack && callParams.size() == 0) {
     MarkImport(Import::kCodePtrIA32, kStackLimitName, 2);
     ia32_cmp(kModNoDisp, kESP, kRMAbsolute, 0);
-    int enough = LocalJump(&IA32OpWriter::ia32_jae);
-    MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicRuntimeCheckStack), 1);
-    ia32_call_disp32(0);
-    PatchLocalJump(enough);
-    InvalidateRegisters();
+    CallIntrinsicUnless(&IA32OpWriter::ia32_jae, number);
     return;
   }
-  // The yield of a loop round: a count-down in line, a call one round in
-  // so many (the library sets the count again).
-  if (line.a->GetValue().sint32 == kIntrinsicVELDYieldToKV && callParams.size() == 0) {
+  if (number == kIntrinsicVELDYieldToKV && callParams.size() == 0) {
     MarkImport(Import::kCodePtrIA32, kYieldCountdownName, 2);
     ia32_sub_imm8_se(kModNoDisp, kRMAbsolute, 0, 1);
-    int more = LocalJump(&IA32OpWriter::ia32_jg);
-    MarkImport(Import::kCallIA32, IntrinsicName(kIntrinsicVELDYieldToKV), 1);
-    ia32_call_disp32(0);
-    PatchLocalJump(more);
-    InvalidateRegisters();
+    CallIntrinsicUnless(&IA32OpWriter::ia32_jg, number);
     return;
   }
   CallSequenceStart();

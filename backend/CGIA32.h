@@ -286,6 +286,7 @@ private:
   void LockObjectInline(int r, int c);
   void UnlockObjectInline(int r, int c);
   void NotePassThroughHandler(TacLine const& line, int start, int resume);
+  void CallIntrinsicUnless(void (IA32OpWriter::*unless)(int), int number);
   void CallSequenceStart();
   void CallSequenceEnd(TacAddr const* result);
   void WriteProlog(int reserve);

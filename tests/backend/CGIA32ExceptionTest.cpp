@@ -100,8 +100,12 @@ TEST(Exceptions, TheTableFindsTheCoveringHandlerAndTheResumePointStoresTheExcept
   std::vector<int> kinds;
   for (unsigned long i = 0; i < events.size(); ++i) {
     kinds.push_back(events[i].kind);
-    if (i) EXPECT_LE(events[i - 1].offset, events[i].offset);
-    if (events[i].kind == kHandlerSwitch) EXPECT_GT(events[i].resume, events[i].offset);
+    if (i) {
+      EXPECT_LE(events[i - 1].offset, events[i].offset);
+    }
+    if (events[i].kind == kHandlerSwitch) {
+      EXPECT_GT(events[i].resume, events[i].offset);
+    }
   }
   EXPECT_EQ(kinds, (std::vector<int>{kHandlerTryBegin, kHandlerTryBegin, kHandlerSwitch, kHandlerTryEnd,
                                      kHandlerSwitch, kHandlerTryEnd}));
@@ -124,7 +128,9 @@ TEST(Exceptions, TheTableFindsTheCoveringHandlerAndTheResumePointStoresTheExcept
     EXPECT_EQ(*globalEx, c.inLocal ? gThrown : nullptr) << c.site;
     // The raiser's own reference, and one for each variable given it.
     EXPECT_EQ(thrown.Count(), 1 + c.held) << c.site;
-    if (c.site == 1) EXPECT_EQ(gRaiseLine, (unsigned long)firstSite);
+    if (c.site == 1) {
+      EXPECT_EQ(gRaiseLine, (unsigned long)firstSite);
+    }
   }
 }
 
